@@ -1,0 +1,65 @@
+# Build helpers shared by the daemon, its tools, tests and benchmarks.
+
+set(TALLYD_WARNINGS -Wall -Wextra -Werror)
+set(TALLYD_MODULES "" CACHE INTERNAL "")
+
+# tallyd_module(name deps...): every .cc file of src/<name> becomes the object
+# library tallyd_<name>_obj and the static library tallyd_<name>; deps are
+# other module names or plain libraries.
+function(tallyd_module name)
+  file(GLOB srcs CONFIGURE_DEPENDS ${CMAKE_SOURCE_DIR}/src/${name}/*.cc)
+  if(NOT srcs)
+    # An empty module still needs a target so that others can depend on it.
+    set(srcs ${CMAKE_SOURCE_DIR}/cmake/empty.cc)
+  endif()
+  add_library(tallyd_${name}_obj OBJECT ${srcs})
+  target_include_directories(tallyd_${name}_obj PUBLIC ${CMAKE_SOURCE_DIR}/src)
+  target_compile_options(tallyd_${name}_obj PRIVATE ${TALLYD_WARNINGS})
+  add_library(tallyd_${name} STATIC $<TARGET_OBJECTS:tallyd_${name}_obj>)
+  target_include_directories(tallyd_${name} PUBLIC ${CMAKE_SOURCE_DIR}/src)
+  target_link_libraries(tallyd_${name} PUBLIC SQLite::SQLite3 Threads::Threads)
+  foreach(dep ${ARGN})
+    if(dep MATCHES "^(base|eloop|ipc|platform|db|entity|events|flow|reports|support|core)$")
+      target_link_libraries(tallyd_${name} PUBLIC tallyd_${dep})
+    elseif(TARGET ${dep})
+      # Generated code (the flow messages): its headers must exist before
+      # this module compiles, and its objects go into the module library.
+      target_link_libraries(tallyd_${name}_obj PUBLIC ${dep})
+      target_link_libraries(tallyd_${name} PUBLIC ${dep})
+    else()
+      target_link_libraries(tallyd_${name} PUBLIC ${dep})
+    endif()
+  endforeach()
+  set_property(TARGET tallyd_${name} PROPERTY LINK_INTERFACE_MULTIPLICITY 3)
+  set(TALLYD_MODULES ${TALLYD_MODULES} ${name} CACHE INTERNAL "")
+endfunction()
+
+# libtallyd.a: the objects of every module in one archive.
+function(tallyd_all_library name)
+  set(objs "")
+  foreach(m ${TALLYD_MODULES})
+    list(APPEND objs $<TARGET_OBJECTS:tallyd_${m}_obj>)
+  endforeach()
+  add_library(${name} STATIC ${objs} $<TARGET_OBJECTS:tallyd_proto>)
+  target_include_directories(${name} PUBLIC ${CMAKE_SOURCE_DIR}/src
+                             $<TARGET_PROPERTY:tallyd_proto,INTERFACE_INCLUDE_DIRECTORIES>)
+  target_link_libraries(${name} PUBLIC SQLite::SQLite3 ${PUGIXML_LIB} ${NANOPB_LIB} Threads::Threads)
+endfunction()
+
+# tallyd_nanopb(target proto options): generate the nanopb C sources of one
+# .proto file into the build tree and compile them as an object library.
+function(tallyd_nanopb target proto options)
+  get_filename_component(base ${proto} NAME_WE)
+  set(out ${CMAKE_BINARY_DIR}/proto)
+  add_custom_command(
+    OUTPUT ${out}/${base}.pb.c ${out}/${base}.pb.h
+    COMMAND ${CMAKE_COMMAND} -E make_directory ${out}
+    COMMAND nanopb_generator.py -q -I ${CMAKE_SOURCE_DIR}/proto -D ${out}
+            -f ${options} ${proto}
+    DEPENDS ${proto} ${options}
+    WORKING_DIRECTORY ${CMAKE_SOURCE_DIR}/proto
+    COMMENT "nanopb: generating ${base}.pb.c")
+  add_library(${target} OBJECT ${out}/${base}.pb.c)
+  target_include_directories(${target} PUBLIC ${out})
+  target_link_libraries(${target} PUBLIC ${NANOPB_LIB})
+endfunction()

@@ -1,0 +1,16 @@
+#!/bin/sh
+# Installs the Debian packages tallyd builds and tests with, only when one is
+# missing; quiet when everything is already there.
+set -e
+pkgs="cmake ninja-build g++ pkg-config libsqlite3-dev sqlite3 libnanopb-dev nanopb
+libpugixml-dev libgtest-dev libgmock-dev libbenchmark-dev"
+missing=""
+for p in $pkgs; do
+    dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q "ok installed" || missing="$missing $p"
+done
+[ -z "$missing" ] && exit 0
+echo "deps: installing$missing"
+SUDO=""
+[ "$(id -u)" -ne 0 ] && SUDO=sudo
+$SUDO apt-get update -qq
+DEBIAN_FRONTEND=noninteractive $SUDO apt-get install -y -qq $missing >/dev/null

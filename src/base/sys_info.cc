@@ -1,0 +1,3 @@
+#include "base/sys_info.h"
+
+tallyd_sys_info_t tallyd_sys_info{};

@@ -1,0 +1,40 @@
+// The database files: opening, restoring flash copies, creating afresh.
+//
+// Five databases are opened at start-up (top_list_db on first use). RAM
+// files live under /tmp/tallyd, avp_flash.db is used in place in the flash
+// directory. Openers fill their member of tallyd_db_set; a member is null
+// while its database is closed.
+#pragma once
+
+#include <sqlite3.h>
+
+#include <cstdint>
+
+#include "db/db_set.h"
+
+// 0 when db, db_flash, temp_db, backup_hour_db and statistic_db are all open,
+// -1 otherwise (after printing which one failed).
+int tallyd_init_avp_db(tallyd_db_set_t *set);
+
+int tallyd_create_avp_db(tallyd_db_set_t *set);          // db: restore, verify, create
+int tallyd_create_avp_flash_db(tallyd_db_set_t *set);    // db_flash
+int tallyd_create_avp_temp_db(tallyd_db_set_t *set);     // temp_db, always fresh
+int tallyd_create_avp_backup_hour_db(tallyd_db_set_t *set);
+int tallyd_create_statistic_db(tallyd_db_set_t *set);
+
+// 1 when /tmp/tallyd/<md5_name> verifies with md5sum -c, else 0; the md5
+// file is removed either way.
+int tallyd_md5_verify(const char *md5_name);
+
+void tallyd_set_db_pragmas(sqlite3 *conn);
+
+// Marker row kinds 1-5: the time since which a database holds data.
+void tallyd_insert_timestamp(sqlite3 *conn, const char *table, int32_t kind);
+
+// Device paths (not root-prefixed) of the database files.
+inline constexpr const char *TALLYD_DB_MAIN = "/tmp/tallyd/avp_1.0.db";
+inline constexpr const char *TALLYD_DB_TEMP = "/tmp/tallyd/avp_temp.db";
+inline constexpr const char *TALLYD_DB_BACKUP = "/tmp/tallyd/avp_backup_hour.db";
+inline constexpr const char *TALLYD_DB_TOP_LIST = "/tmp/tallyd/avp_top_list.db";
+inline constexpr const char *TALLYD_DB_STATISTIC = "/tmp/tallyd/statistic.db";
+inline constexpr const char *TALLYD_DB_FLASH = "/etc/corvane-images/tallyd/avp_flash.db";

@@ -1,0 +1,3 @@
+#include "db/db_set.h"
+
+tallyd_db_set_t tallyd_db_set{};

@@ -1,0 +1,179 @@
+#include "db/sql.h"
+
+#include <cinttypes>
+#include <cstdio>
+#include <cstdlib>
+#include <memory>
+
+#include "base/log.h"
+
+namespace {
+
+void take_error(int rc, char *msg, sqlite3 *db, sql_error *err) {
+    if (err) {
+        err->rc = rc;
+        if (rc == SQLITE_OK)
+            err->text.clear();
+        else
+            err->text = msg ? msg : (db ? sqlite3_errmsg(db) : sqlite3_errstr(rc));
+    }
+    sqlite3_free(msg);
+}
+
+// Statement cache, per connection. A plain map is enough: the daemon holds a
+// handful of connections and a few dozen statements.
+using stmt_map = std::unordered_map<const char *, std::unique_ptr<sql_stmt>>;
+std::unordered_map<sqlite3 *, stmt_map> &cache() {
+    static std::unordered_map<sqlite3 *, stmt_map> c;
+    return c;
+}
+
+}  // namespace
+
+bool tallyd_sql_is_malformed(std::string_view err) { return err == TALLYD_ERR_MALFORMED; }
+
+int sql_exec(sqlite3 *db, const char *sql, sql_error *err) {
+    char *msg = nullptr;
+    int rc = db ? sqlite3_exec(db, sql, nullptr, nullptr, &msg) : SQLITE_MISUSE;
+    take_error(rc, msg, db, err);
+    return rc;
+}
+
+int sql_exec_log(sqlite3 *db, const char *sql, const char *fmt, sql_error *err) {
+    sql_error local;
+    sql_error &e = err ? *err : local;
+    int rc = sql_exec(db, sql, &e);
+    if (rc != SQLITE_OK) tallyd_log(LOG_ERR, fmt, sql, e.text.c_str());
+    return rc;
+}
+
+int sql_exec_log_msg(sqlite3 *db, const char *sql, const char *fmt, sql_error *err) {
+    sql_error local;
+    sql_error &e = err ? *err : local;
+    int rc = sql_exec(db, sql, &e);
+    if (rc != SQLITE_OK) tallyd_log(LOG_ERR, fmt, e.text.c_str());
+    return rc;
+}
+
+sql_table::~sql_table() { sqlite3_free_table(result_); }
+
+sql_table::sql_table(sql_table &&o) noexcept
+    : result_(o.result_), nrow_(o.nrow_), ncol_(o.ncol_) {
+    o.result_ = nullptr;
+    o.nrow_ = o.ncol_ = 0;
+}
+
+sql_table &sql_table::operator=(sql_table &&o) noexcept {
+    if (this != &o) {
+        sqlite3_free_table(result_);
+        result_ = o.result_;
+        nrow_ = o.nrow_;
+        ncol_ = o.ncol_;
+        o.result_ = nullptr;
+        o.nrow_ = o.ncol_ = 0;
+    }
+    return *this;
+}
+
+int32_t sql_table::int_at(int r, int c) const {
+    const char *v = at(r, c);
+    return v ? std::atoi(v) : 0;
+}
+
+uint64_t sql_table::u64_at(int r, int c) const {
+    unsigned long long v = 0;
+    const char *s = at(r, c);
+    if (s) std::sscanf(s, "%llu", &v);
+    return v;
+}
+
+uint32_t sql_table::u32_at(int r, int c) const {
+    // "%lu" on the 32-bit device: the value wraps to 32 bits.
+    return static_cast<uint32_t>(u64_at(r, c));
+}
+
+int sql_get_table(sqlite3 *db, const char *sql, sql_table &out, sql_error *err) {
+    out = sql_table();
+    char *msg = nullptr;
+    int rc = db ? sqlite3_get_table(db, sql, out.result_slot(), out.nrow_slot(),
+                                    out.ncol_slot(), &msg)
+                : SQLITE_MISUSE;
+    take_error(rc, msg, db, err);
+    return rc;
+}
+
+sql_stmt &sql_stmt::operator=(sql_stmt &&o) noexcept {
+    if (this != &o) {
+        sqlite3_finalize(s_);
+        s_ = o.s_;
+        o.s_ = nullptr;
+    }
+    return *this;
+}
+
+int sql_stmt::step(sql_error *err) {
+    int rc = sqlite3_step(s_);
+    if (rc != SQLITE_ROW && rc != SQLITE_DONE && err) {
+        err->rc = rc;
+        err->text = sqlite3_errmsg(sqlite3_db_handle(s_));
+    }
+    return rc;
+}
+
+int sql_stmt::run(sql_error *err) {
+    int rc;
+    while ((rc = step(err)) == SQLITE_ROW) {
+    }
+    sqlite3_reset(s_);
+    if (rc == SQLITE_DONE) {
+        if (err) *err = sql_error{};
+        return SQLITE_OK;
+    }
+    return rc;
+}
+
+sql_stmt sql_prepare(sqlite3 *db, const char *sql, sql_error *err) {
+    sqlite3_stmt *s = nullptr;
+    int rc = db ? sqlite3_prepare_v2(db, sql, -1, &s, nullptr) : SQLITE_MISUSE;
+    if (err) {
+        err->rc = rc;
+        err->text = rc == SQLITE_OK ? "" : (db ? sqlite3_errmsg(db) : sqlite3_errstr(rc));
+    }
+    return sql_stmt(s);
+}
+
+sql_stmt *sql_cached(sqlite3 *db, const char *sql, sql_error *err) {
+    if (!db) return nullptr;
+    stmt_map &m = cache()[db];
+    auto it = m.find(sql);
+    if (it != m.end()) return it->second.get();
+    sql_stmt s = sql_prepare(db, sql, err);
+    if (!s) return nullptr;
+    auto owned = std::make_unique<sql_stmt>(std::move(s));
+    sql_stmt *p = owned.get();
+    m.emplace(sql, std::move(owned));
+    return p;
+}
+
+void sql_cache_drop(sqlite3 *db) { cache().erase(db); }
+
+void sql_close(sqlite3 **db) {
+    if (!db || !*db) return;
+    sql_cache_drop(*db);
+    sqlite3_close_v2(*db);
+    *db = nullptr;
+}
+
+sql_txn::sql_txn(sqlite3 *db, sql_error *err) : db_(db) {
+    open_ = sql_exec(db, "BEGIN TRANSACTION", err) == SQLITE_OK;
+}
+
+sql_txn::~sql_txn() {
+    if (open_) sql_exec(db_, "ROLLBACK TRANSACTION");
+}
+
+int sql_txn::commit(sql_error *err) {
+    int rc = sql_exec(db_, "COMMIT TRANSACTION", err);
+    if (rc == SQLITE_OK) open_ = false;
+    return rc;
+}

@@ -1,0 +1,139 @@
+// The SQL layer: every SQLite call of the daemon goes through here.
+//
+// RAII owners for statements, result tables, error texts and transactions;
+// helpers that run a statement and log its failure in the daemon's own words;
+// the one place that recognises a corrupt database. Nothing here throws.
+//
+// Logging convention: a helper given a log format calls
+// tallyd_log(LOG_ERR, fmt, <statement text>, <SQLite message>) when, and only
+// when, SQLite reports an error; formats therefore take "%s" twice in that
+// order ("tallyd, value = %s, aErrMsg = %s\n"). Helpers whose format takes only
+// the message say so.
+#pragma once
+
+#include <sqlite3.h>
+
+#include <cstdint>
+#include <string>
+#include <string_view>
+#include <unordered_map>
+
+inline constexpr std::string_view TALLYD_ERR_MALFORMED = "database disk image is malformed";
+inline constexpr std::string_view TALLYD_ERR_LOCKED = "database is locked";
+
+// True for the exact SQLite text that asks for a rebuild.
+bool tallyd_sql_is_malformed(std::string_view err);
+
+// The error text of the last failed call, as sqlite3_exec would have handed
+// it out; empty after success.
+struct sql_error {
+    int rc = SQLITE_OK;
+    std::string text;
+    bool failed() const { return rc != SQLITE_OK; }
+    bool malformed() const { return failed() && tallyd_sql_is_malformed(text); }
+};
+
+// sqlite3_exec of one or more statements. Returns the SQLite code and fills
+// err (optional).
+int sql_exec(sqlite3 *db, const char *sql, sql_error *err = nullptr);
+
+// sql_exec, then on failure logs fmt with (sql, message). Returns the code.
+int sql_exec_log(sqlite3 *db, const char *sql, const char *fmt, sql_error *err = nullptr);
+
+// sql_exec, then on failure logs fmt with the message alone.
+int sql_exec_log_msg(sqlite3 *db, const char *sql, const char *fmt, sql_error *err = nullptr);
+
+// Result table of sqlite3_get_table: every value as text (null for NULL).
+// Row 0 holds the column names; at(r, c) counts data rows from 0.
+class sql_table {
+public:
+    sql_table() = default;
+    ~sql_table();
+    sql_table(sql_table &&o) noexcept;
+    sql_table &operator=(sql_table &&o) noexcept;
+    sql_table(const sql_table &) = delete;
+    sql_table &operator=(const sql_table &) = delete;
+
+    int rows() const { return nrow_; }
+    int cols() const { return ncol_; }
+    const char *at(int r, int c) const { return result_[(r + 1) * ncol_ + c]; }
+    // Convenience parsers with the device's conventions: atoi, "%llu", "%lu".
+    int32_t int_at(int r, int c) const;
+    uint64_t u64_at(int r, int c) const;
+    uint32_t u32_at(int r, int c) const;
+
+    char ***result_slot() { return &result_; }
+    int *nrow_slot() { return &nrow_; }
+    int *ncol_slot() { return &ncol_; }
+
+private:
+    char **result_ = nullptr;
+    int nrow_ = 0;
+    int ncol_ = 0;
+};
+
+// sqlite3_get_table. Returns the SQLite code; fills err (optional).
+int sql_get_table(sqlite3 *db, const char *sql, sql_table &out, sql_error *err = nullptr);
+
+// A prepared statement, finalized on destruction.
+class sql_stmt {
+public:
+    sql_stmt() = default;
+    explicit sql_stmt(sqlite3_stmt *s) : s_(s) {}
+    ~sql_stmt() { sqlite3_finalize(s_); }
+    sql_stmt(sql_stmt &&o) noexcept : s_(o.s_) { o.s_ = nullptr; }
+    sql_stmt &operator=(sql_stmt &&o) noexcept;
+    sql_stmt(const sql_stmt &) = delete;
+    sql_stmt &operator=(const sql_stmt &) = delete;
+
+    sqlite3_stmt *get() const { return s_; }
+    explicit operator bool() const { return s_ != nullptr; }
+
+    // Binding by 1-based index; texts are copied by SQLite (SQLITE_TRANSIENT).
+    void bind(int i, int64_t v) { sqlite3_bind_int64(s_, i, v); }
+    void bind(int i, std::string_view v) {
+        sqlite3_bind_text(s_, i, v.data(), static_cast<int>(v.size()), SQLITE_TRANSIENT);
+    }
+    void bind_null(int i) { sqlite3_bind_null(s_, i); }
+    // Runs to completion (SQLITE_DONE, rows discarded) and resets; fills err.
+    int run(sql_error *err = nullptr);
+    // One step: SQLITE_ROW, SQLITE_DONE or an error (err filled on error).
+    int step(sql_error *err = nullptr);
+    void reset() { sqlite3_reset(s_); sqlite3_clear_bindings(s_); }
+
+private:
+    sqlite3_stmt *s_ = nullptr;
+};
+
+// Prepares sql on db; an empty statement on failure (err filled).
+sql_stmt sql_prepare(sqlite3 *db, const char *sql, sql_error *err = nullptr);
+
+// Statements prepared once per connection and kept for the connection's life,
+// keyed by the address of their (static) text. Call sql_cache_drop(db) before
+// closing the connection; sql_close does it.
+sql_stmt *sql_cached(sqlite3 *db, const char *sql, sql_error *err = nullptr);
+void sql_cache_drop(sqlite3 *db);
+
+// Drops the cached statements of db and closes it with sqlite3_close_v2;
+// sets *db to null. A null handle is left alone.
+void sql_close(sqlite3 **db);
+
+// BEGIN TRANSACTION on construction. commit() runs COMMIT TRANSACTION; a
+// transaction neither committed nor released is rolled back when the object
+// goes. release() leaves it open, for the paths where the daemon deliberately
+// does not roll back.
+class sql_txn {
+public:
+    explicit sql_txn(sqlite3 *db, sql_error *err = nullptr);
+    ~sql_txn();
+    sql_txn(const sql_txn &) = delete;
+    sql_txn &operator=(const sql_txn &) = delete;
+
+    bool ok() const { return open_; }
+    int commit(sql_error *err = nullptr);
+    void release() { open_ = false; }
+
+private:
+    sqlite3 *db_;
+    bool open_ = false;
+};
