@@ -1,0 +1,59 @@
+// Helpers shared by the benchmarks: a scratch root, wall-clock timing, the
+// process's peak resident set, and the one result line every benchmark prints.
+//
+// A benchmark measures the daemon's path and bare SQLite doing the same work
+// in the same process, so the ratio holds on any machine; the absolute times
+// only tell how far a slower target is from its budget.
+#pragma once
+
+#include <chrono>
+#include <cstdint>
+#include <string>
+
+// A fresh directory made the daemon's root (TALLYD_ROOT) for the life of the
+// object; removed with everything in it afterwards.
+class bench_root {
+   public:
+    bench_root();
+    ~bench_root();
+    bench_root(const bench_root &) = delete;
+    bench_root &operator=(const bench_root &) = delete;
+    const std::string &path() const { return path_; }
+
+   private:
+    std::string path_;
+};
+
+// Seconds of wall time since construction or the last restart().
+class bench_timer {
+   public:
+    bench_timer() { restart(); }
+    void restart() { start_ = std::chrono::steady_clock::now(); }
+    double seconds() const {
+        return std::chrono::duration<double>(std::chrono::steady_clock::now() - start_).count();
+    }
+
+   private:
+    std::chrono::steady_clock::time_point start_;
+};
+
+// Peak resident set of this process in KiB (VmHWM). bench_peak_rss_reset()
+// restarts the peak from the current resident set, so that a later reading
+// covers only what ran in between; it returns -1 where the kernel refuses.
+int64_t bench_peak_rss_kib();
+int bench_peak_rss_reset();
+
+struct bench_result {
+    const char *name;      // what was measured, e.g. "ingest steady"
+    int64_t rows;          // rows written by each side
+    double daemon_s;       // the daemon's path
+    double bare_s;         // bare SQLite, same rows, same schema
+    int64_t peak_rss_kib;  // peak RSS of the daemon's path
+    double max_ratio;      // target for daemon_s / bare_s (0: none)
+    double max_daemon_s;   // target for daemon_s (0: none)
+};
+
+// Prints one line per result ("name: rows=... daemon=...s bare=...s
+// ratio=... peak_rss=...KiB") with the targets and whether they were met.
+// Returns 0 when every target is met, 1 otherwise.
+int bench_print(const bench_result &r);
