@@ -95,6 +95,12 @@ public:
         sqlite3_bind_text(s_, i, v.data(), static_cast<int>(v.size()), SQLITE_TRANSIENT);
     }
     void bind_null(int i) { sqlite3_bind_null(s_, i); }
+    // A text the caller keeps unchanged until the statement has run: bound
+    // without a copy, for per-row inserts from fixed buffers.
+    void bind_static(int i, std::string_view v) {
+        sqlite3_bind_text(s_, i, v.data(), static_cast<int>(v.size()), SQLITE_STATIC);
+    }
+    void bind_double(int i, double v) { sqlite3_bind_double(s_, i, v); }
     // Runs to completion (SQLITE_DONE, rows discarded) and resets; fills err.
     int run(sql_error *err = nullptr);
     // One step: SQLITE_ROW, SQLITE_DONE or an error (err filled on error).
