@@ -1,0 +1,162 @@
+#include "flow/ingest.h"
+
+#include <dirent.h>
+
+#include <climits>
+#include <cstdio>
+#include <cstring>
+#include <filesystem>
+#include <memory>
+#include <string>
+
+#include "base/clock.h"
+#include "base/log.h"
+#include "base/path.h"
+#include "db/db_set.h"
+#include "db/sql.h"
+#include "eloop/eloop.h"
+#include "entity/dict.h"
+#include "entity/text.h"
+#include "flow/ingest_sql.h"
+#include "flow/ingest_stream.h"
+#include "flow/tasks.h"
+
+namespace {
+
+constexpr int32_t kFlowPeriod = 59;
+constexpr uint32_t kBudgetSeconds = 12;
+
+struct dir_closer {
+    void operator()(DIR *d) const { closedir(d); }
+};
+struct file_closer {
+    void operator()(FILE *f) const { std::fclose(f); }
+};
+using dir_ptr = std::unique_ptr<DIR, dir_closer>;
+using file_ptr = std::unique_ptr<FILE, file_closer>;
+
+// The decoded message of the file being read: fixed storage of the task
+// (some 35 KB for 50 entries), reused for every file.
+ArcMessage g_message;
+
+// Spool files are named "<ap mac>-<n>" after the reporting AP; anything
+// without both a dash and a colon is not a flow file.
+bool is_flow_file(const char *name) {
+    return std::strchr(name, '-') && std::strchr(name, ':');
+}
+
+// Quotes in app and category are doubled in place, bounded by their 64-byte
+// storage, before they go into the statement.
+void escape_text(char (&text)[64], const char *log_fmt) {
+    if (!std::strchr(text, '\'')) return;
+    tallyd_sql_escape(text, sizeof text);
+    tallyd_log(LOG_DEBUG, log_fmt, text);
+}
+
+// One flow entry: map its SSID and AP, check and escape its texts, insert.
+// 0 to go on with the next entry, -1 when the insert failed and the rest of
+// the file must be dropped.
+int store_record(flow_sql &sql, ArcFlowRecord &r, uint32_t run_time, int32_t group) {
+    int32_t ssid_id = tallyd_avp_ssid_mapping(r.ssid);
+    int32_t ap_id = tallyd_avp_ap_mapping(r.ap_mac);
+    if (ssid_id == 0 || ap_id == 0) {
+        tallyd_log(LOG_WARNING, "tallyd, failed to get ssid_id = %d, ap_id = %d\n", ssid_id, ap_id);
+        return 0;
+    }
+    if (std::strchr(r.client_mac, '\'')) {
+        tallyd_log(LOG_DEBUG, "tallyd, illegal arc client_mac = %s", r.client_mac);
+        return 0;
+    }
+    if (!r.has_category) r.category[0] = '\0';
+    escape_text(r.app, "tallyd, escape app = %s");
+    escape_text(r.category, "tallyd, escape category = %s");
+
+    flow_row row{run_time, r.app,      r.port,  r.client_mac, ap_id, ssid_id,
+                 r.uplink, r.downlink, r.total, r.category,   group};
+    return sql.insert(row);
+}
+
+// The file ingester: 0 when the file could be opened, -1 when not.
+int ingest_file(flow_sql &sql, const std::string &dir, const char *name, uint32_t run_time) {
+    int32_t group = sql.group_id(name);
+
+    char path[PATH_MAX];
+    std::snprintf(path, sizeof path, "%s/%s", dir.c_str(), name);
+    file_ptr file(std::fopen(path, "rb"));
+    if (!file) {
+        tallyd_log(LOG_DEBUG, "tallyd, failed to open %s\n", path);
+        return -1;
+    }
+    if (!tallyd_decode_arc(file.get(), &g_message)) {
+        tallyd_log(LOG_WARNING, "tallyd, failed to decode ARC\n");
+        return 0;
+    }
+    // A report without its first field is decoded but not stored.
+    if (!g_message.has_serial) return 0;
+    for (pb_size_t i = 0; i < g_message.records_count; ++i) {
+        if (store_record(sql, g_message.records[i], run_time, group) < 0) break;
+    }
+    return 0;
+}
+
+// "rm -rf <spool>/*": every entry whose name does not start with a dot,
+// including files that arrived while the run read the directory.
+void clear_spool(const std::string &dir) {
+    dir_ptr d(opendir(dir.c_str()));
+    if (!d) return;
+    std::error_code ec;
+    while (dirent *e = readdir(d.get())) {
+        if (e->d_name[0] == '.') continue;
+        std::filesystem::remove_all(std::filesystem::path(dir) / e->d_name, ec);
+    }
+}
+
+void commit_run() {
+    sqlite3 *temp_db = tallyd_db_set.temp_db;
+    sql_error err;
+    if (sql_exec(temp_db, "COMMIT TRANSACTION", &err) == SQLITE_OK) return;
+    tallyd_log(LOG_ERR, "tallyd, flow commit aErrMsg = %s\n", err.text.c_str());
+    // The run's rows are lost; a transaction still open would otherwise
+    // swallow the next run's BEGIN and carry these rows into it.
+    if (temp_db && !sqlite3_get_autocommit(temp_db)) sql_exec(temp_db, "ROLLBACK TRANSACTION");
+}
+
+}  // namespace
+
+int tallyd_handle_flow_clocked(uint32_t run_time, flow_clock_fn clock) {
+    uint32_t start = clock();
+    std::string dir = tallyd_path(TALLYD_SPOOL_DIR);
+    dir_ptr d(opendir(dir.c_str()));
+    if (!d) {
+        tallyd_log(LOG_ERR, "tallyd, failed to open %s\n", dir.c_str());
+        return 0;
+    }
+
+    sql_exec(tallyd_db_set.temp_db, "BEGIN TRANSACTION");
+    {
+        flow_sql sql;
+        while (dirent *e = readdir(d.get())) {
+            if (!is_flow_file(e->d_name)) continue;
+            ingest_file(sql, dir, e->d_name, run_time);
+            uint32_t elapsed = clock() - start;
+            if (elapsed >= kBudgetSeconds) {
+                tallyd_log(LOG_WARNING, "tallyd, handle flow, timeout=%d-sec\n",
+                           static_cast<int32_t>(elapsed));
+                break;
+            }
+        }
+    }
+    clear_spool(dir);
+    commit_run();
+    return 0;
+}
+
+int tallyd_handle_flow(uint32_t run_time) {
+    return tallyd_handle_flow_clocked(run_time, tallyd_now);
+}
+
+void tallyd_pre_handle_flow(void *eloop_data, void *user_data) {
+    eloop_register_timeout(kFlowPeriod, 0, tallyd_pre_handle_flow, eloop_data, user_data);
+    if (!tallyd_db_set.temp_db) return;
+    tallyd_handle_flow(tallyd_now());
+}

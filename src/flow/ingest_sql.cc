@@ -1,0 +1,124 @@
+#include "flow/ingest_sql.h"
+
+#include <cinttypes>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <string_view>
+
+#include "base/log.h"
+#include "db/db_files.h"
+#include "db/db_set.h"
+#include "db/recover.h"
+
+namespace {
+
+constexpr const char *kGroupSql = "SELECT group_id FROM avp_ap WHERE ap_mac=?";
+constexpr const char *kGroupFmt = "SELECT group_id FROM avp_ap WHERE ap_mac='%s'";
+
+constexpr const char *kInsertSql =
+    "INSERT INTO avp_base(time, app, port, client_mac, ap_mac, ssid, uplink, downlink, total, "
+    "category, group_id) VALUES(?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?)";
+constexpr const char *kInsertFmt =
+    "INSERT INTO avp_base(time, app, port, client_mac, ap_mac, ssid, uplink, downlink, total, "
+    "category, group_id) VALUES(%lu, '%s', %d, '%s', %d, %d, %llu, %llu, %llu, '%s', %d)";
+
+constexpr const char *kValueErr = "tallyd, value = %s, aErrMsg = %s\n";
+
+// The text a quoted literal of an escaped text stores: every doubled quote
+// stands for one. The escaper never splits a pair, so reading pairs from the
+// left is exact.
+std::string_view literal_value(const char *escaped, char (&out)[64]) {
+    if (!std::strchr(escaped, '\'')) return escaped;
+    size_t n = 0;
+    for (const char *p = escaped; *p && n < sizeof out - 1; ++p) {
+        out[n++] = *p;
+        if (p[0] == '\'' && p[1] == '\'') ++p;
+    }
+    out[n] = '\0';
+    return {out, n};
+}
+
+// "%llu" in a statement: SQLite reads a decimal literal beyond the signed
+// 64-bit range as a real number.
+void bind_counter(sql_stmt &s, int i, uint64_t v) {
+    if (v > static_cast<uint64_t>(INT64_MAX))
+        s.bind_double(i, static_cast<double>(v));
+    else
+        s.bind(i, static_cast<int64_t>(v));
+}
+
+void log_insert_failure(const flow_row &r, const char *err) {
+    char sql[512];
+    std::snprintf(sql, sizeof sql, kInsertFmt, static_cast<unsigned long>(r.time), r.app,
+                  static_cast<int32_t>(r.port), r.client_mac, r.ap_id, r.ssid_id,
+                  static_cast<unsigned long long>(r.uplink),
+                  static_cast<unsigned long long>(r.downlink),
+                  static_cast<unsigned long long>(r.total), r.category, r.group_id);
+    tallyd_log(LOG_ERR, kValueErr, sql, err);
+}
+
+}  // namespace
+
+sql_stmt *flow_stmt::get(sqlite3 *db, const char *sql) {
+    if (!stmt || conn != db) {
+        stmt = sql_prepare(db, sql, &err);
+        conn = db;
+    }
+    return stmt ? &stmt : nullptr;
+}
+
+int32_t flow_sql::group_id(const char *file_name) {
+    char ap_mac[18];
+    std::snprintf(ap_mac, sizeof ap_mac, "%.17s", file_name);
+
+    sqlite3 *db = tallyd_db_set.db;
+    sql_stmt *s = group_.get(db, kGroupSql);
+    int rc = SQLITE_ERROR;
+    int32_t group = 1;
+    if (s) {
+        s->bind_static(1, ap_mac);
+        rc = s->step(&group_.err);
+        if (rc == SQLITE_ROW) {
+            // The device reads the value as text and converts it with atoi.
+            auto text = reinterpret_cast<const char *>(sqlite3_column_text(s->get(), 0));
+            group = text ? std::atoi(text) : 0;
+        }
+        s->reset();
+    }
+    if (rc == SQLITE_ROW || rc == SQLITE_DONE) return group;
+
+    char sql[256];
+    std::snprintf(sql, sizeof sql, kGroupFmt, ap_mac);
+    tallyd_log(LOG_ERR, kValueErr, sql, group_.err.text.c_str());
+    if (group_.err.malformed()) {
+        group_.drop();
+        tallyd_recover_from_malformed(1);
+    }
+    return 1;
+}
+
+int flow_sql::insert(const flow_row &r) {
+    sql_stmt *s = insert_.get(tallyd_db_set.temp_db, kInsertSql);
+    if (s) {
+        s->bind(1, static_cast<int64_t>(r.time));
+        s->bind_static(2, literal_value(r.app, app_));
+        // "%d" of the 32-bit port: a value above 2^31 - 1 is stored negative.
+        s->bind(3, static_cast<int64_t>(static_cast<int32_t>(r.port)));
+        s->bind_static(4, r.client_mac);
+        s->bind(5, r.ap_id);
+        s->bind(6, r.ssid_id);
+        bind_counter(*s, 7, r.uplink);
+        bind_counter(*s, 8, r.downlink);
+        bind_counter(*s, 9, r.total);
+        s->bind_static(10, literal_value(r.category, category_));
+        s->bind(11, r.group_id);
+        if (s->run(&insert_.err) == SQLITE_OK) return 0;
+    }
+    log_insert_failure(r, insert_.err.text.c_str());
+    if (insert_.err.malformed()) {
+        insert_.drop();
+        tallyd_create_avp_temp_db(&tallyd_db_set);
+    }
+    return -1;
+}
