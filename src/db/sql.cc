@@ -3,6 +3,7 @@
 #include <cinttypes>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <memory>
 
 #include "base/log.h"
@@ -30,7 +31,9 @@ std::unordered_map<sqlite3 *, stmt_map> &cache() {
 
 }  // namespace
 
-bool tallyd_sql_is_malformed(std::string_view err) { return err == TALLYD_ERR_MALFORMED; }
+bool tallyd_sql_is_malformed(std::string_view err) {
+    return err == TALLYD_ERR_MALFORMED;
+}
 
 int sql_exec(sqlite3 *db, const char *sql, sql_error *err) {
     char *msg = nullptr;
@@ -55,10 +58,22 @@ int sql_exec_log_msg(sqlite3 *db, const char *sql, const char *fmt, sql_error *e
     return rc;
 }
 
-sql_table::~sql_table() { sqlite3_free_table(result_); }
+std::string_view sql_literal_value(const char *escaped, char *out, size_t size) {
+    if (!std::strchr(escaped, '\'') || size == 0) return escaped;
+    size_t n = 0;
+    for (const char *p = escaped; *p && n < size - 1; ++p) {
+        out[n++] = *p;
+        if (p[0] == '\'' && p[1] == '\'') ++p;
+    }
+    out[n] = '\0';
+    return {out, n};
+}
 
-sql_table::sql_table(sql_table &&o) noexcept
-    : result_(o.result_), nrow_(o.nrow_), ncol_(o.ncol_) {
+sql_table::~sql_table() {
+    sqlite3_free_table(result_);
+}
+
+sql_table::sql_table(sql_table &&o) noexcept : result_(o.result_), nrow_(o.nrow_), ncol_(o.ncol_) {
     o.result_ = nullptr;
     o.nrow_ = o.ncol_ = 0;
 }
@@ -95,9 +110,9 @@ uint32_t sql_table::u32_at(int r, int c) const {
 int sql_get_table(sqlite3 *db, const char *sql, sql_table &out, sql_error *err) {
     out = sql_table();
     char *msg = nullptr;
-    int rc = db ? sqlite3_get_table(db, sql, out.result_slot(), out.nrow_slot(),
-                                    out.ncol_slot(), &msg)
-                : SQLITE_MISUSE;
+    int rc =
+        db ? sqlite3_get_table(db, sql, out.result_slot(), out.nrow_slot(), out.ncol_slot(), &msg)
+           : SQLITE_MISUSE;
     take_error(rc, msg, db, err);
     return rc;
 }
@@ -155,7 +170,9 @@ sql_stmt *sql_cached(sqlite3 *db, const char *sql, sql_error *err) {
     return p;
 }
 
-void sql_cache_drop(sqlite3 *db) { cache().erase(db); }
+void sql_cache_drop(sqlite3 *db) {
+    cache().erase(db);
+}
 
 void sql_close(sqlite3 **db) {
     if (!db || !*db) return;

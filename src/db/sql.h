@@ -46,7 +46,7 @@ int sql_exec_log_msg(sqlite3 *db, const char *sql, const char *fmt, sql_error *e
 // Result table of sqlite3_get_table: every value as text (null for NULL).
 // Row 0 holds the column names; at(r, c) counts data rows from 0.
 class sql_table {
-public:
+   public:
     sql_table() = default;
     ~sql_table();
     sql_table(sql_table &&o) noexcept;
@@ -66,7 +66,7 @@ public:
     int *nrow_slot() { return &nrow_; }
     int *ncol_slot() { return &ncol_; }
 
-private:
+   private:
     char **result_ = nullptr;
     int nrow_ = 0;
     int ncol_ = 0;
@@ -75,9 +75,14 @@ private:
 // sqlite3_get_table. Returns the SQLite code; fills err (optional).
 int sql_get_table(sqlite3 *db, const char *sql, sql_table &out, sql_error *err = nullptr);
 
+// What SQLite stores from the literal '<escaped>' of a text whose quotes were
+// doubled (tallyd_sql_escape): every doubled quote read back as one. A view of
+// escaped itself when it holds no quote, else of out (size bytes, cut to fit).
+std::string_view sql_literal_value(const char *escaped, char *out, size_t size);
+
 // A prepared statement, finalized on destruction.
 class sql_stmt {
-public:
+   public:
     sql_stmt() = default;
     explicit sql_stmt(sqlite3_stmt *s) : s_(s) {}
     ~sql_stmt() { sqlite3_finalize(s_); }
@@ -101,13 +106,24 @@ public:
         sqlite3_bind_text(s_, i, v.data(), static_cast<int>(v.size()), SQLITE_STATIC);
     }
     void bind_double(int i, double v) { sqlite3_bind_double(s_, i, v); }
+    // A counter as "%llu" puts it into a statement: an integer, or the real
+    // number SQLite reads from a decimal literal beyond the signed 64-bit range.
+    void bind_u64(int i, uint64_t v) {
+        if (v > static_cast<uint64_t>(INT64_MAX))
+            bind_double(i, static_cast<double>(v));
+        else
+            bind(i, static_cast<int64_t>(v));
+    }
     // Runs to completion (SQLITE_DONE, rows discarded) and resets; fills err.
     int run(sql_error *err = nullptr);
     // One step: SQLITE_ROW, SQLITE_DONE or an error (err filled on error).
     int step(sql_error *err = nullptr);
-    void reset() { sqlite3_reset(s_); sqlite3_clear_bindings(s_); }
+    void reset() {
+        sqlite3_reset(s_);
+        sqlite3_clear_bindings(s_);
+    }
 
-private:
+   private:
     sqlite3_stmt *s_ = nullptr;
 };
 
@@ -129,7 +145,7 @@ void sql_close(sqlite3 **db);
 // goes. release() leaves it open, for the paths where the daemon deliberately
 // does not roll back.
 class sql_txn {
-public:
+   public:
     explicit sql_txn(sqlite3 *db, sql_error *err = nullptr);
     ~sql_txn();
     sql_txn(const sql_txn &) = delete;
@@ -139,7 +155,7 @@ public:
     int commit(sql_error *err = nullptr);
     void release() { open_ = false; }
 
-private:
+   private:
     sqlite3 *db_;
     bool open_ = false;
 };
