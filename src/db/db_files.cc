@@ -1,0 +1,245 @@
+#include "db/db_files.h"
+
+#include <cstdio>
+#include <string>
+
+#include "base/clock.h"
+#include "base/log.h"
+#include "base/path.h"
+#include "db/db_fs.h"
+#include "db/recover.h"
+#include "db/retention.h"
+#include "db/schema.h"
+#include "db/sql.h"
+
+namespace {
+
+constexpr int kOpenExisting = SQLITE_OPEN_READWRITE;                     // 2: never creates
+constexpr int kOpenCreate = SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE;  // 6
+
+constexpr const char *kMainBase = "avp_1.0";
+constexpr const char *kFlashBase = "avp_flash";
+constexpr const char *kBackupBase = "avp_backup_hour";
+constexpr const char *kStatisticBase = "statistic";
+
+constexpr uint32_t kHour = 3600;
+constexpr uint32_t kTwoHours = 7200;
+constexpr uint32_t kDay = 86400;
+constexpr uint32_t kWeek = 604800;
+constexpr uint32_t kMonth = 2592000;
+
+// sqlite3_open_v2 into *slot. SQLite hands out a handle even when opening
+// fails; it is closed here, so a failed open always leaves *slot null.
+int db_open(const std::string &path, int flags, sqlite3 **slot) {
+    *slot = nullptr;
+    int rc = sqlite3_open_v2(path.c_str(), slot, flags, nullptr);
+    if (rc != SQLITE_OK) sql_close(slot);
+    return rc;
+}
+
+// Opens a file left by an earlier run or restored from flash. SQLite reads a
+// file lazily, so a file that is not a database at all would open fine and
+// then fail every statement for ever; reading the schema here makes such a
+// file count as one that will not open, and the caller builds afresh.
+int db_open_existing(const std::string &path, sqlite3 **slot) {
+    int rc = db_open(path, kOpenExisting, slot);
+    if (rc != SQLITE_OK) return rc;
+    rc = sql_exec(*slot, "SELECT count(*) FROM sqlite_master");
+    if (rc != SQLITE_OK) sql_close(slot);
+    return rc;
+}
+
+// Moves the flash copy of base into RAM (consuming it) and checks it against
+// its md5 file. True when the copy verified and opens.
+bool restore_from_flash(std::string_view base, sqlite3 **slot) {
+    std::string ram_dir = tallyd_path(TALLYD_RAM_DIR);
+    db_fs_move_copies(tallyd_path(TALLYD_FLASH_DIR), base, ram_dir);
+    std::string md5 = std::string(base) + ".md5";
+    if (!tallyd_md5_verify(md5.c_str())) return false;
+    return db_open_existing(db_fs_db_path(TALLYD_RAM_DIR, base), slot) == SQLITE_OK;
+}
+
+bool flash_copy_exists(std::string_view base) {
+    return db_fs_exists(db_fs_db_path(TALLYD_FLASH_DIR, base));
+}
+
+void remove_if_exists(const std::string &path) {
+    if (db_fs_exists(path)) db_fs_rm_rf(path);
+}
+
+// Rows outside the kept range go when db is opened; the first failing group
+// ends the purge.
+int purge_main(sqlite3 *db, uint32_t now) {
+    int rc = tallyd_purge_client_curve(now - kHour, db);
+    if (rc == 0) rc = tallyd_purge_hour(now - kHour, db);
+    if (rc == 0) rc = tallyd_purge_day(now - kDay, db);
+    return rc;
+}
+
+int build_main(tallyd_db_set_t *set, const std::string &ram) {
+    remove_if_exists(ram);
+    int rc = db_open(ram, kOpenCreate, &set->db);
+    if (rc != SQLITE_OK) {
+        tallyd_log(LOG_ERR, "tallyd, Failed to open the avp.db\n");
+        return rc;
+    }
+    tallyd_set_db_pragmas(set->db);
+    if (tallyd_create_main_tables(set->db) != 0) return SQLITE_ERROR;
+    tallyd_insert_timestamp(set->db, "avp_top_client_day", 1);
+    return SQLITE_OK;
+}
+
+int build_backup(tallyd_db_set_t *set, const std::string &ram) {
+    sql_close(&set->backup_hour_db);
+    remove_if_exists(ram);
+    int rc = db_open(ram, kOpenCreate, &set->backup_hour_db);
+    if (set->backup_hour_db) {
+        if (tallyd_create_backup_tables(set->backup_hour_db) == 0)
+            tallyd_insert_timestamp(set->backup_hour_db, "avp_top_client_backup", 4);
+    } else {
+        std::puts("Failed to create temporary backup_hour_db.db");
+    }
+    return rc;
+}
+
+int build_statistic(tallyd_db_set_t *set, const std::string &ram) {
+    sql_close(&set->statistic_db);
+    remove_if_exists(ram);
+    int rc = db_open(ram, kOpenCreate, &set->statistic_db);
+    if (set->statistic_db) {
+        if (tallyd_create_statistic_tables(set->statistic_db) == 0)
+            tallyd_insert_timestamp(set->statistic_db, "statis_client_d", 5);
+    } else {
+        std::printf("Failed to create statistic.db,  rc = %d\n", rc);
+    }
+    return rc;
+}
+
+}  // namespace
+
+int tallyd_create_avp_db(tallyd_db_set_t *set) {
+    if (!set) return -1;
+    uint32_t now = tallyd_now();
+    std::string ram = db_fs_db_path(TALLYD_RAM_DIR, kMainBase);
+    if (db_fs_exists(ram)) {
+        // Left by an earlier run of the daemon: used as it is.
+        if (db_open_existing(ram, &set->db) == SQLITE_OK) return purge_main(set->db, now);
+    } else {
+        std::string ram_dir = tallyd_path(TALLYD_RAM_DIR);
+        if (!db_fs_exists(ram_dir)) db_fs_mkdir_p(ram_dir);
+    }
+    if (!flash_copy_exists(kMainBase)) {
+        // Without the main copy the saved state is not trusted as a whole:
+        // everything in the flash directory goes, avp_flash.db included,
+        // before the flash opener runs and builds a new one.
+        db_fs_empty_dir(tallyd_path(TALLYD_FLASH_DIR));
+    } else if (restore_from_flash(kMainBase, &set->db)) {
+        return purge_main(set->db, now);
+    }
+    return build_main(set, ram);
+}
+
+int tallyd_create_avp_flash_db(tallyd_db_set_t *set) {
+    if (!set) return -1;
+    uint32_t now = tallyd_now();
+    std::string path = db_fs_db_path(TALLYD_FLASH_DIR, kFlashBase);
+    if (db_fs_exists(path)) {
+        if (db_open_existing(path, &set->db_flash) == SQLITE_OK) {
+            int rc = tallyd_purge_week(now - kWeek, set->db_flash);
+            if (rc == 0) rc = tallyd_purge_month(now - kMonth, set->db_flash);
+            return rc;
+        }
+        tallyd_log(LOG_ERR, "tallyd, open the old %s failed\n", "avp_flash.db");
+        db_fs_rm_rf(path);
+    } else {
+        std::string dir = tallyd_path(TALLYD_FLASH_DIR);
+        if (!db_fs_exists(dir)) db_fs_mkdir_p(dir);
+    }
+    int rc = db_open(path, kOpenCreate, &set->db_flash);
+    if (rc != SQLITE_OK) {
+        tallyd_log(LOG_ERR, "tallyd, create new %s failed\n", "avp_flash.db");
+        return rc;
+    }
+    tallyd_set_db_pragmas(set->db_flash);
+    if (tallyd_create_flash_tables(set->db_flash) != 0) return SQLITE_ERROR;
+    tallyd_insert_timestamp(set->db_flash, "avp_ssid_month", 3);
+    tallyd_insert_timestamp(set->db_flash, "avp_ssid_week", 2);
+    return SQLITE_OK;
+}
+
+int tallyd_create_avp_temp_db(tallyd_db_set_t *set) {
+    if (!set) return -1;
+    // Flow rows are staged only until the next rollup: never kept over a
+    // restart or a rebuild.
+    sql_close(&set->temp_db);
+    std::string path = tallyd_path(TALLYD_RAM_DIR) + "/avp_temp.db";
+    remove_if_exists(path);
+    int rc = db_open(path, kOpenCreate, &set->temp_db);
+    if (set->temp_db)
+        tallyd_create_temp_tables(set->temp_db);
+    else
+        std::puts("Failed to create temporary avp_temp.db");
+    return rc;
+}
+
+int tallyd_create_avp_backup_hour_db(tallyd_db_set_t *set) {
+    if (!set) return -1;
+    uint32_t cut = tallyd_now() - kTwoHours;
+    std::string ram = db_fs_db_path(TALLYD_RAM_DIR, kBackupBase);
+    if (db_fs_exists(ram) && db_open_existing(ram, &set->backup_hour_db) == SQLITE_OK)
+        return tallyd_purge_backup(cut, set->backup_hour_db);
+    if (flash_copy_exists(kBackupBase) && restore_from_flash(kBackupBase, &set->backup_hour_db))
+        return tallyd_purge_backup(cut, set->backup_hour_db);
+    build_backup(set, ram);
+    return 0;
+}
+
+int tallyd_create_statistic_db(tallyd_db_set_t *set) {
+    if (!set) return -1;
+    uint32_t now = tallyd_now();
+    std::string ram = db_fs_db_path(TALLYD_RAM_DIR, kStatisticBase);
+    if (db_fs_exists(ram) && db_open_existing(ram, &set->statistic_db) == SQLITE_OK) {
+        tallyd_purge_statistic(now - kTwoHours, set->statistic_db, 7200);
+        tallyd_purge_statistic(now - kDay, set->statistic_db, 86400);
+        return 0;
+    }
+    if (flash_copy_exists(kStatisticBase) &&
+        restore_from_flash(kStatisticBase, &set->statistic_db)) {
+        // Daily before hourly here, unlike a file found in RAM; and only a
+        // file that comes back from flash can be of an older layout.
+        tallyd_purge_statistic(now - kDay, set->statistic_db, 86400);
+        tallyd_purge_statistic(now - kTwoHours, set->statistic_db, 7200);
+        tallyd_beta_migration_ap_wlan(set->statistic_db);
+        return 0;
+    }
+    build_statistic(set, ram);
+    return 0;
+}
+
+int tallyd_init_avp_db(tallyd_db_set_t *set) {
+    if (!set) return -1;
+    // Each step is judged by its handle, not by its result: a database that
+    // opened but failed its purge or part of its tables is still served.
+    struct step {
+        int (*open)(tallyd_db_set_t *);
+        sqlite3 *tallyd_db_set_t::*member;
+        const char *failure;
+    };
+    static constexpr step kSteps[] = {
+        {tallyd_create_avp_db, &tallyd_db_set_t::db, "Failed to create db"},
+        {tallyd_create_avp_flash_db, &tallyd_db_set_t::db_flash, "Failed to create db_flash"},
+        {tallyd_create_avp_temp_db, &tallyd_db_set_t::temp_db, "Failed to create temp_db"},
+        {tallyd_create_avp_backup_hour_db, &tallyd_db_set_t::backup_hour_db,
+         "Failed to create backup_hour_db"},
+        {tallyd_create_statistic_db, &tallyd_db_set_t::statistic_db,
+         "Failed to create statistic db"},
+    };
+    for (const step &s : kSteps) {
+        s.open(set);
+        if (!(set->*s.member)) {
+            std::puts(s.failure);
+            return -1;
+        }
+    }
+    return 0;
+}

@@ -1,0 +1,86 @@
+#include "db/recover.h"
+
+#include "base/log.h"
+#include "base/path.h"
+#include "db/db_files.h"
+#include "db/db_fs.h"
+#include "db/db_set.h"
+#include "db/schema.h"
+#include "db/sql.h"
+
+namespace {
+
+// Deletes the database file "<dir>/<base>.db" (the device's "rm %s/%s.db").
+void remove_db_file(std::string_view dir, std::string_view base) {
+    db_fs_rm(db_fs_db_path(dir, base));
+}
+
+void rebuild_main() {
+    sql_close(&tallyd_db_set.db);
+    remove_db_file(TALLYD_RAM_DIR, "avp_1.0");
+    tallyd_create_avp_db(&tallyd_db_set);
+    tallyd_log(LOG_WARNING, "tallyd, recover hour and day tables from malformed\n");
+}
+
+void rebuild_temp() {
+    sql_close(&tallyd_db_set.temp_db);
+    remove_db_file(TALLYD_RAM_DIR, "avp_temp");
+    tallyd_create_avp_temp_db(&tallyd_db_set);
+}
+
+void rebuild_backup() {
+    sql_close(&tallyd_db_set.backup_hour_db);
+    remove_db_file(TALLYD_RAM_DIR, "avp_backup_hour");
+    tallyd_create_avp_backup_hour_db(&tallyd_db_set);
+}
+
+void rebuild_flash() {
+    // The handle keeps its stale value until the opener overwrites it; the
+    // opener assigns db_flash on every path, so nothing can use it closed.
+    sqlite3 *stale = tallyd_db_set.db_flash;
+    sql_close(&stale);
+    remove_db_file(TALLYD_FLASH_DIR, "avp_flash");
+    tallyd_create_avp_flash_db(&tallyd_db_set);
+    tallyd_log(LOG_WARNING, "tallyd, recover week and month tables from malformed\n");
+}
+
+void rebuild_statistic() {
+    sql_close(&tallyd_db_set.statistic_db);
+    remove_db_file(TALLYD_RAM_DIR, "statistic");
+    tallyd_create_statistic_db(&tallyd_db_set);
+}
+
+}  // namespace
+
+void tallyd_recover_from_malformed(uint32_t mask) {
+    if (mask & TALLYD_RECOVER_DB) rebuild_main();
+    if (mask & TALLYD_RECOVER_TEMP) rebuild_temp();
+    if (mask & TALLYD_RECOVER_BACKUP) rebuild_backup();
+    if (mask & TALLYD_RECOVER_FLASH) rebuild_flash();
+    if (mask & TALLYD_RECOVER_STATISTIC) rebuild_statistic();
+}
+
+namespace {
+
+constexpr const char *kProbeApWlan = "SELECT wlangrp_id FROM statis_ap_wlan LIMIT 1";
+constexpr const char *kProbeApChart = "SELECT client_count FROM statis_ap_chart LIMIT 1";
+
+}  // namespace
+
+void tallyd_beta_migration_ap_wlan(sqlite3 *statistic) {
+    // Older layouts lack these columns; their tables are rebuilt, which
+    // drops the rows (statis_ap_wlan gets its rows back from the
+    // configuration).
+    sql_table probe;
+    if (sql_get_table(statistic, kProbeApWlan, probe) != SQLITE_OK) {
+        sql_exec(statistic, "DROP TABLE statis_ap_wlan");
+        tallyd_create_statis_ap_wlan(statistic);
+    }
+    if (sql_get_table(statistic, kProbeApChart, probe) != SQLITE_OK) {
+        sql_exec(statistic, "DROP TABLE statis_ap_chart");
+        // The chart of clients is gone from this layout; old files may still
+        // carry it.
+        sql_exec(statistic, "DROP TABLE statis_client_chart");
+        tallyd_create_statis_ap_chart(statistic);
+    }
+}

@@ -1,0 +1,113 @@
+// Scratch tables of the top summary report in top_list_db.
+#include <cstdio>
+#include <string>
+
+#include "base/log.h"
+#include "base/path.h"
+#include "db/db_set.h"
+#include "db/schema.h"
+#include "db/sql.h"
+
+namespace {
+
+constexpr const char *kTopClientList =
+    "CREATE TABLE top_client_list(\t\nid,\t\t\t\nclient_mac, \t\ntotal\t\t\t\n);";
+constexpr const char *kTopSsidList =
+    "CREATE TABLE top_ssid_list(\t\nid, \t\t\t\nssid,\t\t\t\nuplink,        \ndownlink\t\t\n);";
+constexpr const char *kTopAppList =
+    "CREATE TABLE top_app_list(\t\nid, \t\t\t\napp,\t\t\t\nuplink,\t\t\ndownlink\t\t\n);";
+constexpr const char *kTopApList =
+    "CREATE TABLE top_ap_list(\t\nid, \t\t\t\nap_mac,\t\t\ntotal\t\t\t\n);";
+constexpr const char *kTotalClientList =
+    "CREATE TABLE total_client_list (\t\nid, \t\t\t\nclient_mac\t\t\n);";
+
+constexpr uint32_t kFlagApp = 0x1;
+constexpr uint32_t kFlagClient = 0x10;
+constexpr uint32_t kFlagAp = 0x100;
+constexpr uint32_t kFlagSsid = 0x1000;
+
+struct top_list {
+    uint32_t bit;
+    const char *name;
+    const char *create;
+};
+
+// Test order of the flag bits: the first bit set chooses the table.
+constexpr top_list kLists[] = {
+    {kFlagClient, "top_client_list", kTopClientList},
+    {kFlagSsid, "top_ssid_list", kTopSsidList},
+    {kFlagAp, "top_ap_list", kTopApList},
+    {kFlagApp, "top_app_list", kTopAppList},
+};
+
+const top_list *choose(uint32_t flag) {
+    for (const top_list &l : kLists)
+        if (flag & l.bit) return &l;
+    return nullptr;
+}
+
+// The AP and SSID lists count distinct clients through total_client_list,
+// whichever table the flag word chose.
+bool needs_total_clients(uint32_t flag) {
+    return (flag & (kFlagAp | kFlagSsid)) != 0;
+}
+
+int open_top_list_db() {
+    if (tallyd_db_set.top_list_db) return 0;
+    std::string path = tallyd_path(TALLYD_RAM_DIR) + "/avp_top_list.db";
+    sqlite3 *conn = nullptr;
+    if (sqlite3_open_v2(path.c_str(), &conn, SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE, nullptr) !=
+        SQLITE_OK) {
+        sqlite3_close_v2(conn);
+        conn = nullptr;
+    }
+    tallyd_db_set.top_list_db = conn;
+    if (!conn) {
+        tallyd_log(LOG_ERR, "tallyd, Failed to open avp_top_list db\n");
+        return -1;
+    }
+    return 0;
+}
+
+int create_logged(const char *sql) {
+    if (sql_exec(tallyd_db_set.top_list_db, sql) == SQLITE_OK) return 0;
+    tallyd_log(LOG_ERR, "tallyd, Failed to create table, tab = %s\n", sql);
+    return -1;
+}
+
+int drop(const char *table) {
+    char sql[128];
+    std::snprintf(sql, sizeof sql, "DROP TABLE %s", table);
+    return sql_exec(tallyd_db_set.top_list_db, sql) == SQLITE_OK ? 0 : -1;
+}
+
+}  // namespace
+
+int tallyd_create_top_list_table(uint32_t flag) {
+    if (open_top_list_db() != 0) return -1;
+    const top_list *l = choose(flag);
+    if (!l) {
+        tallyd_log(LOG_ERR, "tallyd, Incorrect flag = %d\n", static_cast<int32_t>(flag));
+        return -1;
+    }
+    if (create_logged(l->create) != 0) return -1;
+    if (needs_total_clients(flag) && create_logged(kTotalClientList) != 0) return -1;
+    return 0;
+}
+
+int tallyd_drop_top_list_table(uint32_t flag) {
+    const top_list *l = choose(flag);
+    if (!l) {
+        tallyd_log(LOG_WARNING, "tallyd, Incorrect flag = %d\n", static_cast<int32_t>(flag));
+        return -1;
+    }
+    if (drop(l->name) != 0) {
+        tallyd_log(LOG_ERR, "tallyd, Failed to drop table, tab = %s\n", l->name);
+        return -1;
+    }
+    if (needs_total_clients(flag) && drop("total_client_list") != 0) {
+        tallyd_log(LOG_ERR, "tallyd, Failed to drop table total_client_list\n");
+        return -1;
+    }
+    return 0;
+}
