@@ -1,0 +1,19 @@
+// The client statistics rollup: client identity rows of the hour table into
+// the daily table, both in statistic_db.
+//
+// A client seen again on the same AP, SSID and AP group keeps one daily row
+// whose time is refreshed (its identity columns are never updated); a new
+// combination gets a new row with every identity column. All writes of one
+// run are one transaction.
+#pragma once
+
+#include <sqlite3.h>
+
+#include <cstdint>
+
+// Only mode 1 works; any other mode returns 0 at once. Returns -1 after
+// "database disk image is malformed" (statistic_db is then rebuilt, mask 16),
+// else 0. Failures are logged as "tallyd, value = %s, aErrMsg = %s\n" with the
+// statement as the device prints it.
+int tallyd_pre_handle_client_statis_info(int32_t mode, const char *src_table, const char *dst_table,
+                                         sqlite3 *conn, uint32_t now);

@@ -1,0 +1,158 @@
+#include "flow/day_ssid.h"
+
+#include <cstdio>
+
+#include "base/log.h"
+#include "db/recover.h"
+#include "db/sql.h"
+#include "flow/hour_rollup.h"
+#include "flow/rollup_limits.h"
+#include "flow/rollup_sql.h"
+
+namespace {
+
+struct ssid_mode {
+    uint32_t span;  // the range starts this long before the stamp
+    uint32_t mask;  // recovery mask on a malformed database
+};
+
+ssid_mode mode_of(int32_t mode) {
+    switch (mode) {
+        case TALLYD_MODE_DAY:
+            return {7217, 34};
+        case TALLYD_MODE_WEEK:
+            return {43243, 6};
+        case TALLYD_MODE_MONTH:
+            return {172879, 8};
+        default:
+            return {3587, 33};
+    }
+}
+
+constexpr const char *kCount = "SELECT COUNT(DISTINCT %s) FROM %s WHERE time>=%lu";
+constexpr const char *kSsidsAll = "SELECT DISTINCT ssid FROM %s ";
+constexpr const char *kSsidsRange = "SELECT DISTINCT ssid FROM %s WHERE time>=%lu AND time<%lu";
+constexpr const char *kAppsAll =
+    "SELECT app, port, ssid, SUM(uplink), SUM(downlink), group_id FROM %s WHERE ssid=%d GROUP "
+    "by app, group_id ORDER by (SUM(uplink)+SUM(downlink)) DESC LIMIT %d";
+constexpr const char *kAppsRange =
+    "SELECT app, port, ssid, SUM(uplink), SUM(downlink), group_id FROM %s WHERE ssid=%d AND "
+    "time>=%lu AND time<%lu GROUP by app, group_id ORDER by (SUM(uplink)+SUM(downlink)) DESC "
+    "LIMIT %d";
+constexpr const char *kInsert =
+    "INSERT INTO %s(time, app, port, ssid, uplink, downlink, group_id) "
+    "VALUES(?, ?, ?, ?, ?, ?, ?)";
+
+// One run of the rollup: the arguments, and whether SQLite has reported the
+// malformed text (which ends the walk).
+struct ssid_run {
+    int32_t mode;
+    const char *src_table;
+    const char *dst_table;
+    uint32_t start;
+    uint32_t stamp;
+    sqlite3 *src;
+    sqlite3 *dst;
+    int32_t limit;
+    sql_stmt *insert = nullptr;
+    bool malformed = false;
+
+    // Logs a failure with fmt and notes a malformed database.
+    void failed(const char *fmt, const sql_error &err) {
+        tallyd_log(LOG_ERR, fmt, err.text.c_str());
+        malformed = malformed || err.malformed();
+    }
+};
+
+unsigned long lu(uint32_t v) {
+    return v;
+}
+
+int insert_row(ssid_run &run, const sql_table &rows, int r, rollup_quoted &app) {
+    sql_error err;
+    if (!run.insert) run.insert = rollup_stmt(run.dst, kInsert, run.dst_table, &err);
+    if (run.insert) {
+        if (app.set(rows.at(r, 0), 128))
+            tallyd_log(LOG_DEBUG, "tallyd, avp_ap_ssid escaped app = %s", app.sql());
+        sql_stmt &s = *run.insert;
+        s.bind(1, int64_t{run.stamp});
+        s.bind_static(2, app.value());
+        s.bind(3, int64_t{rows.int_at(r, 1)});
+        s.bind(4, int64_t{rows.int_at(r, 2)});
+        s.bind_u64(5, rows.u64_at(r, 3));
+        s.bind_u64(6, rows.u64_at(r, 4));
+        s.bind(7, int64_t{rows.int_at(r, 5)});
+        if (s.run(&err) == SQLITE_OK) return 0;
+    }
+    run.failed("tallyd, INSERT avp_ssid aErrMsg = %s\n", err);
+    return -1;
+}
+
+// The application rows of one SSID.
+void roll_up_ssid(ssid_run &run, int32_t ssid) {
+    char sql[512];
+    if (run.mode == TALLYD_MODE_DAY)
+        std::snprintf(sql, sizeof(sql), kAppsAll, run.src_table, ssid, run.limit);
+    else
+        std::snprintf(sql, sizeof(sql), kAppsRange, run.src_table, ssid, lu(run.start),
+                      lu(run.stamp), run.limit);
+    sql_error err;
+    sql_table rows;
+    if (sql_get_table(run.src, sql, rows, &err) != SQLITE_OK) {
+        run.failed("tallyd, SELECT avp-ssid aErrMsg = %s\n", err);
+        return;
+    }
+    rollup_quoted app;
+    for (int r = 0; r < rows.rows() && !run.malformed; ++r) insert_row(run, rows, r, app);
+}
+
+void roll_up_ssids(ssid_run &run) {
+    char sql[512];
+    if (run.mode == TALLYD_MODE_DAY)
+        std::snprintf(sql, sizeof(sql), kSsidsAll, run.src_table);
+    else
+        std::snprintf(sql, sizeof(sql), kSsidsRange, run.src_table, lu(run.start), lu(run.stamp));
+    sql_error err;
+    sql_table ssids;
+    if (sql_get_table(run.src, sql, ssids, &err) != SQLITE_OK) {
+        run.failed("tallyd, DISTINCT ssid aErrMsg = %s\n", err);
+        return;
+    }
+    for (int r = 0; r < ssids.rows() && ssids.at(r, 0) && !run.malformed; ++r)
+        roll_up_ssid(run, ssids.int_at(r, 0));
+}
+
+}  // namespace
+
+int32_t tallyd_get_attr_count(sqlite3 *conn, const char *table, const char *column,
+                              uint32_t since) {
+    if (!conn || !table || !column) return 0;
+    char sql[256];
+    std::snprintf(sql, sizeof(sql), kCount, column, table, lu(since));
+    sql_error err;
+    sql_table rows;
+    if (sql_get_table(conn, sql, rows, &err) != SQLITE_OK) {
+        tallyd_log(LOG_ERR, "tallyd, value = %s, aErrMsg = %s\n", sql, err.text.c_str());
+        return 0;
+    }
+    return rows.rows() > 0 ? rows.int_at(0, 0) : 0;
+}
+
+int tallyd_pre_handle_avp_ssid(int32_t mode, const char *src_table, const char *dst_table,
+                               uint32_t stamp, sqlite3 *src, sqlite3 *dst) {
+    const ssid_mode m = mode_of(mode);
+    const uint32_t start = stamp - m.span;
+    const int32_t count = tallyd_get_attr_count(src, src_table, "ssid", start);
+    if (count <= 0) return 0;
+    const int32_t budget = rollup_class_limit(16000, 32000, 3200, 800);
+    ssid_run run{mode, src_table, dst_table, start, stamp, src, dst, budget / count};
+
+    sql_exec(dst, "BEGIN TRANSACTION");
+    roll_up_ssids(run);
+    sql_error err;
+    if (sql_exec(dst, "COMMIT TRANSACTION", &err) != SQLITE_OK)
+        run.failed("tallyd, avp_ssid commit aErrMsg = %s\n", err);
+    if (!run.malformed) return 0;
+    tallyd_recover_from_malformed(m.mask);
+    return -1;
+}

@@ -1,0 +1,43 @@
+// The day task: every 7217 s the backup tables are summed into the day
+// tables of db and a fresh backup database is started.
+#include "base/clock.h"
+#include "base/sys_info.h"
+#include "db/db_set.h"
+#include "db/recover.h"
+#include "db/retention.h"
+#include "eloop/eloop.h"
+#include "flow/backup_task.h"
+#include "flow/day_ssid.h"
+#include "flow/hour_rollup.h"
+#include "flow/rollup_stamp.h"
+#include "flow/tasks.h"
+
+namespace {
+
+constexpr int32_t kPeriod = 7217;
+constexpr uint32_t kDayKeep = 86100;
+constexpr int32_t kStampDrift = 121;
+constexpr uint32_t kMaskDayFailed = 2;  // db
+
+}  // namespace
+
+void tallyd_pre_handle_day(void *, void *) {
+    eloop_register_timeout(kPeriod, 0, tallyd_pre_handle_day, nullptr, nullptr);
+    if (!tallyd_db_set.db) return;
+
+    const uint32_t now = tallyd_now();
+    const uint32_t stamp = rollup_next_stamp(tallyd_sys_info.day_stamp, now, kPeriod, kStampDrift);
+    tallyd_sys_info.day_stamp = stamp;
+    tallyd_purge_day(now - kDayKeep, tallyd_db_set.db);
+
+    if (tallyd_pre_handle_avp_ssid(TALLYD_MODE_DAY, "avp_ssid_backup", "avp_ssid_day", stamp,
+                                   tallyd_db_set.backup_hour_db, tallyd_db_set.db) == 0 &&
+        tallyd_pre_handle_avp_top_client(TALLYD_MODE_DAY, "avp_top_client_backup",
+                                         "avp_top_client_day", stamp, tallyd_db_set.backup_hour_db,
+                                         tallyd_db_set.db) == 0) {
+        tallyd_backup_hour_db_fresh();
+        tallyd_sys_info.last_backup_time = 0;
+        return;
+    }
+    tallyd_recover_from_malformed(kMaskDayFailed);
+}

@@ -1,0 +1,67 @@
+// The walk shared by the rollups: read the source into memory, then write
+// one prepared INSERT per row inside one transaction on the target.
+//
+// The transaction is begun whatever BEGIN answers (a transaction that a
+// failed run left open simply goes on) and is deliberately neither committed
+// nor rolled back when an INSERT fails: a later COMMIT on that connection
+// commits what it holds. A malformed database starts the rebuild of the
+// given mask and makes the result -1; every other failure is logged and the
+// result is 0.
+#pragma once
+
+#include <sqlite3.h>
+
+#include <cstdint>
+
+#include "base/log.h"
+#include "db/recover.h"
+#include "db/sql.h"
+#include "flow/rollup_sql.h"
+
+// Log formats of one rollup; each takes SQLite's message as its only "%s"
+// (a format without one just ignores it).
+struct rollup_msgs {
+    const char *select_fail;
+    const char *insert_fail;
+    const char *commit_fail;
+};
+
+// Starts the rebuild of mask when err is the malformed text: -1 then, else 0.
+inline int rollup_result(const sql_error &err, uint32_t mask) {
+    if (!err.malformed()) return 0;
+    tallyd_recover_from_malformed(mask);
+    return -1;
+}
+
+// Runs select on src and inserts its rows with insert_fmt (one "%s" for the
+// table) into table on dst. The walk ends at the first row whose last column
+// is NULL. keep(rows, r) may veto a row; bind(rows, r, stmt) binds it.
+template <class Keep, class Bind>
+int rollup_run(sqlite3 *src, const char *select, sqlite3 *dst, const char *insert_fmt,
+               const char *table, const rollup_msgs &msgs, uint32_t mask, Keep &&keep,
+               Bind &&bind) {
+    sql_error err;
+    sql_table rows;
+    if (sql_get_table(src, select, rows, &err) != SQLITE_OK) {
+        tallyd_log(LOG_ERR, msgs.select_fail, err.text.c_str());
+        return rollup_result(err, mask);
+    }
+    sql_exec(dst, "BEGIN TRANSACTION");
+    const int last = rows.cols() - 1;
+    sql_stmt *insert = nullptr;
+    for (int r = 0; r < rows.rows() && rows.at(r, last); ++r) {
+        if (!keep(rows, r)) continue;
+        // Prepared at the first row that is written, so that a run without
+        // rows behaves like one that never formatted an INSERT.
+        if (!insert) insert = rollup_stmt(dst, insert_fmt, table, &err);
+        if (insert) {
+            bind(rows, r, *insert);
+            if (insert->run(&err) == SQLITE_OK) continue;
+        }
+        tallyd_log(LOG_ERR, msgs.insert_fail, err.text.c_str());
+        return rollup_result(err, mask);
+    }
+    if (sql_exec(dst, "COMMIT TRANSACTION", &err) != SQLITE_OK)
+        tallyd_log(LOG_ERR, msgs.commit_fail, err.text.c_str());
+    return rollup_result(err, mask);
+}

@@ -1,0 +1,44 @@
+// Small SQL helpers shared by the hourly, daily and client statistics rollups.
+//
+// The rollups print their statements the way the device always has (fixed
+// buffers, "%s" between single quotes, "%llu" and "%lu" numbers) but run the
+// per-row ones as prepared statements. These helpers keep the two in step:
+// texts bound as the printed literal would have stored them, and one prepared
+// statement per (statement, table) for each connection.
+#pragma once
+
+#include <sqlite3.h>
+
+#include <cstdint>
+#include <string_view>
+
+#include "db/sql.h"
+
+// The text "%s" prints for a value of a result table: "(null)" for NULL.
+inline const char *rollup_text(const char *v) {
+    return v ? v : "(null)";
+}
+
+// The cached prepared statement of fmt (a static text with one "%s" for the
+// table) on table, for conn. Null on failure with err filled, as running the
+// statement would have filled it.
+sql_stmt *rollup_stmt(sqlite3 *conn, const char *fmt, const char *table, sql_error *err);
+
+// A text as the rollups put it between single quotes: copied into a buffer of
+// `size` bytes (cut at size - 1) and, when it holds a quote, escaped in place
+// with tallyd_sql_escape bounded by size. sql() is the text printed into the
+// statement; value() is what SQLite stores from that literal.
+class rollup_quoted {
+   public:
+    static constexpr int32_t kMax = 128;
+
+    // Returns true when the text held a quote and was escaped (callers log).
+    bool set(const char *text, int32_t size);
+    const char *sql() const { return sql_; }
+    std::string_view value() const { return value_; }
+
+   private:
+    char sql_[kMax] = {};
+    char plain_[kMax] = {};
+    std::string_view value_;
+};

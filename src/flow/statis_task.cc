@@ -1,0 +1,27 @@
+// The statistics purge task: once every 3595 s, drop daily client statistics
+// older than a day and carry the hour's client identities into the daily
+// table. It ends itself for good once statistic_db is closed.
+#include "base/clock.h"
+#include "base/sys_info.h"
+#include "db/db_set.h"
+#include "db/retention.h"
+#include "eloop/eloop.h"
+#include "flow/client_statis.h"
+#include "flow/tasks.h"
+
+namespace {
+
+constexpr int32_t kPeriod = 3595;
+constexpr uint32_t kDay = 86400;
+
+}  // namespace
+
+void tallyd_pre_handle_statis(void *, void *) {
+    if (!tallyd_db_set.statistic_db) return;
+    eloop_register_timeout(kPeriod, 0, tallyd_pre_handle_statis, nullptr, nullptr);
+    const uint32_t now = tallyd_now();
+    tallyd_sys_info.last_statis_time = now;
+    tallyd_purge_statistic(now - kDay, tallyd_db_set.statistic_db, kDay);
+    tallyd_pre_handle_client_statis_info(1, "statis_client_info_h", "statis_client_info_d",
+                                         tallyd_db_set.statistic_db, now);
+}
