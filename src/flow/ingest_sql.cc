@@ -4,7 +4,6 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <string_view>
 
 #include "base/log.h"
 #include "db/db_files.h"
@@ -24,29 +23,6 @@ constexpr const char *kInsertFmt =
     "category, group_id) VALUES(%lu, '%s', %d, '%s', %d, %d, %llu, %llu, %llu, '%s', %d)";
 
 constexpr const char *kValueErr = "tallyd, value = %s, aErrMsg = %s\n";
-
-// The text a quoted literal of an escaped text stores: every doubled quote
-// stands for one. The escaper never splits a pair, so reading pairs from the
-// left is exact.
-std::string_view literal_value(const char *escaped, char (&out)[64]) {
-    if (!std::strchr(escaped, '\'')) return escaped;
-    size_t n = 0;
-    for (const char *p = escaped; *p && n < sizeof out - 1; ++p) {
-        out[n++] = *p;
-        if (p[0] == '\'' && p[1] == '\'') ++p;
-    }
-    out[n] = '\0';
-    return {out, n};
-}
-
-// "%llu" in a statement: SQLite reads a decimal literal beyond the signed
-// 64-bit range as a real number.
-void bind_counter(sql_stmt &s, int i, uint64_t v) {
-    if (v > static_cast<uint64_t>(INT64_MAX))
-        s.bind_double(i, static_cast<double>(v));
-    else
-        s.bind(i, static_cast<int64_t>(v));
-}
 
 void log_insert_failure(const flow_row &r, const char *err) {
     char sql[512];
@@ -102,16 +78,16 @@ int flow_sql::insert(const flow_row &r) {
     sql_stmt *s = insert_.get(tallyd_db_set.temp_db, kInsertSql);
     if (s) {
         s->bind(1, static_cast<int64_t>(r.time));
-        s->bind_static(2, literal_value(r.app, app_));
+        s->bind_static(2, sql_literal_value(r.app, app_, sizeof app_));
         // "%d" of the 32-bit port: a value above 2^31 - 1 is stored negative.
         s->bind(3, static_cast<int64_t>(static_cast<int32_t>(r.port)));
         s->bind_static(4, r.client_mac);
         s->bind(5, r.ap_id);
         s->bind(6, r.ssid_id);
-        bind_counter(*s, 7, r.uplink);
-        bind_counter(*s, 8, r.downlink);
-        bind_counter(*s, 9, r.total);
-        s->bind_static(10, literal_value(r.category, category_));
+        s->bind_u64(7, r.uplink);
+        s->bind_u64(8, r.downlink);
+        s->bind_u64(9, r.total);
+        s->bind_static(10, sql_literal_value(r.category, category_, sizeof category_));
         s->bind(11, r.group_id);
         if (s->run(&insert_.err) == SQLITE_OK) return 0;
     }
