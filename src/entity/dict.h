@@ -3,12 +3,30 @@
 //
 // Ids never change and are never reused; 0 means none or failure. Mapping
 // creates (and saves) an entry for an unknown key; lookups never create.
-// Texts returned by the id lookups are owned by the dictionary.
+// Texts returned by the id lookups are owned by the dictionary. Mapping and
+// lookups work on the global tallyd_sys_info; the reloads on the record given.
 #pragma once
 
 #include <cstdint>
 
 #include "base/sys_info.h"
+
+// One dictionary entry. The first entry of each bucket lives in the bucket
+// array itself; further entries of the same bucket are heap-allocated and
+// chained behind it in the order they were added. id 0 marks an empty head.
+struct tallyd_dict {
+    uint32_t id;
+    char *name;  // heap copy of the key, strlen + 1 bytes
+    tallyd_dict *next;
+};
+
+// Bucket array capacities; the table size in use (ssid_max, ap_max,
+// apgroup_max, dvcinfo_max of tallyd_sys_info, set by platform sizing) is the
+// hash modulus and must lie in 1..capacity, or every operation fails with 0.
+inline constexpr int32_t TALLYD_SSID_DICT_CAP = 256;
+inline constexpr int32_t TALLYD_AP_DICT_CAP = 1024;
+inline constexpr int32_t TALLYD_APGROUP_DICT_CAP = 256;
+inline constexpr int32_t TALLYD_DVCINFO_DICT_CAP = 256;
 
 int32_t tallyd_avp_ap_mapping(const char *ap_mac);
 int32_t tallyd_avp_ssid_mapping(const char *ssid);
@@ -31,4 +49,11 @@ void tallyd_update_avp_apgroup_hash(tallyd_sys_info_t *info);
 void tallyd_update_avp_dvcinfo_hash(tallyd_sys_info_t *info);
 
 // Start-up: reload all four, in the order SSID, AP, AP group, device info.
+// Each reload empties the dictionary's buckets, reads its repository list
+// (absent: stays empty) and raises the counter (ssid_count, ap_count, ...) to
+// the highest "id" found; counters never go down.
 void tallyd_load_dictionaries(tallyd_sys_info_t *info);
+
+// Releases every entry of the four dictionaries and clears their counters
+// (tests; the daemon keeps its entries for the life of the process).
+void tallyd_dict_reset(tallyd_sys_info_t *info);

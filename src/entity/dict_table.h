@@ -1,0 +1,44 @@
+// The chained hash table under each entity dictionary, and the description
+// that tells the four dictionaries apart.
+//
+// AP and SSID ids are the counter itself; AP group and device-info ids are
+// counter x size + bucket, so that an id names its own bucket. Everything
+// here works on one dictionary of the record given; nothing is persisted.
+#pragma once
+
+#include <cstdint>
+
+#include "base/sys_info.h"
+#include "entity/dict.h"
+
+struct dict_kind {
+    const char *list;         // repository list, "avpap-list"
+    const char *node;         // its children, "avpap"
+    const char *key_attr;     // key attribute of a child, "ap"
+    const char *add_tag;      // caller tag of the repository add
+    const char *load_tag;     // caller tag of the reload
+    const char *malloc_fail;  // logged when a chained entry's name cannot be allocated
+    const char *add_fail;     // logged when mapping cannot insert
+    bool composed_id;         // id = counter x size + bucket
+    bool empty_key_is_none;   // lookup by name answers 0 for the empty text
+    bool refuse_empty_key;    // mapping answers 0 for the empty text
+    int32_t capacity;
+    int32_t tallyd_sys_info_t::*size;
+    int32_t tallyd_sys_info_t::*last_id;
+    tallyd_dict *tallyd_sys_info_t::*buckets;
+    tallyd_dict *storage;  // the bucket array, capacity entries
+};
+
+// The bucket array of k in info (attached on first use).
+tallyd_dict *dict_buckets(const dict_kind &k, tallyd_sys_info_t *info);
+
+// Adds key with counter n; no search for an existing key. The stored id, or 0
+// for a null key, n == 0, an unusable table size or an allocation failure.
+uint32_t dict_insert(const dict_kind &k, tallyd_sys_info_t *info, const char *key, int32_t n);
+
+// Exact, case-sensitive search; the entry nearest the bucket head wins.
+uint32_t dict_find_name(const dict_kind &k, tallyd_sys_info_t *info, const char *key);
+const char *dict_find_id(const dict_kind &k, tallyd_sys_info_t *info, uint32_t id);
+
+// Frees the chained entries and names of buckets [0, count) and empties them.
+void dict_clear(const dict_kind &k, tallyd_sys_info_t *info, int32_t count);

@@ -1,0 +1,79 @@
+#include "entity/text.h"
+
+#include <cstdio>
+#include <cstring>
+#include <string>
+
+char *tallyd_str_toupper(char *text) {
+    for (char *p = text; p && *p; ++p)
+        if (*p >= 'a' && *p <= 'z') *p = static_cast<char>(*p - 32);
+    return text;
+}
+
+char *tallyd_str_tolower(char *text) {
+    for (char *p = text; p && *p; ++p)
+        if (*p >= 'A' && *p <= 'Z') *p = static_cast<char>(*p + 32);
+    return text;
+}
+
+// The output stops once size - 2 characters are written; a doubled quote
+// that starts just below that limit is completed, so the result holds at most
+// size - 1 characters and fits the caller's buffer with its zero. The working
+// area is sized from the caller's buffer (the device used a fixed 128 bytes,
+// too small for the callers that pass 148).
+int tallyd_sql_escape(char *text, int32_t size) {
+    if (!text || size <= 0) return 0;
+    char fixed[256];
+    std::string big;
+    char *work = fixed;
+    if (static_cast<size_t>(size) > sizeof fixed) {
+        big.assign(static_cast<size_t>(size), '\0');
+        work = big.data();
+    }
+    const int32_t len = static_cast<int32_t>(std::strlen(text));
+    int32_t out = 0;
+    for (int32_t in = 0; in < len && out < size - 2; ++in) {
+        if (text[in] == '\'') {
+            work[out++] = '\'';
+            work[out++] = '\'';
+        } else {
+            work[out++] = text[in];
+        }
+    }
+    work[out] = '\0';
+    std::snprintf(text, static_cast<size_t>(size), "%s", work);
+    return 0;
+}
+
+int tallyd_mac17_to_mac12(const char *mac17, char *out) {
+    if (!mac17 || !out || std::strlen(mac17) != 17) return -1;
+    // Pairs sit at 0, 3, 6, ...; the separators between them are never read.
+    for (int i = 0; i < 6; ++i) {
+        out[2 * i] = mac17[3 * i];
+        out[2 * i + 1] = mac17[3 * i + 1];
+    }
+    out[12] = '\0';
+    return 0;
+}
+
+int tallyd_mac12_to_mac17(const char *mac12, char *out) {
+    if (!mac12 || !out || std::strlen(mac12) != 12) return -1;
+    for (int i = 0; i < 6; ++i) {
+        out[3 * i] = mac12[2 * i];
+        out[3 * i + 1] = mac12[2 * i + 1];
+        if (i < 5) out[3 * i + 2] = ':';
+    }
+    out[17] = '\0';
+    return 0;
+}
+
+// Bytes count as signed chars, as on the device's compiler: a byte above 127
+// adds a negative amount.
+uint32_t tallyd_str_hash(const char *text) {
+    uint32_t a = 63689, h = 0;
+    for (const char *p = text; p && *p; ++p) {
+        h = h * a + static_cast<uint32_t>(static_cast<int32_t>(static_cast<int8_t>(*p)));
+        a *= 378551u;
+    }
+    return h;
+}

@@ -1,0 +1,200 @@
+#include <cstdio>
+#include <string>
+
+#include "entity/dict.h"
+#include "entity/text.h"
+#include "platform/xrepo.h"
+#include "support/test_root.h"
+
+namespace {
+
+constexpr const char *kXrepo = "/etc/corvane/xrepo/";
+
+class Dict : public root_test {
+   protected:
+    void SetUp() override {
+        root_test::SetUp();
+        tallyd_dict_reset(&tallyd_sys_info);
+        small_platform();
+    }
+    void TearDown() override {
+        tallyd_dict_reset(&tallyd_sys_info);
+        root_test::TearDown();
+    }
+
+    static void small_platform() {
+        tallyd_sys_info.ap_max = 56;
+        tallyd_sys_info.ssid_max = 54;
+        tallyd_sys_info.apgroup_max = 256;
+        tallyd_sys_info.dvcinfo_max = 256;
+    }
+
+    void seed(const char *list, const std::string &children = "") {
+        write_file(std::string(kXrepo) + list + ".xml",
+                   "<" + std::string(list) + ">" + children + "</" + list + ">");
+    }
+    void seed_all() {
+        for (const char *l : {"avpap-list", "avpssid-list", "avpapgroup-list", "avpdvcinfo-list"})
+            seed(l);
+    }
+
+    // What the next start sees: an empty record reloaded from the repository.
+    void restart() {
+        tallyd_dict_reset(&tallyd_sys_info);
+        small_platform();
+        tallyd_load_dictionaries(&tallyd_sys_info);
+    }
+
+    // "id=key" pairs of a list on disk, in document order.
+    std::string stored(const char *list, const char *key_attr) {
+        xconf_ptr conf(xGetConfImpl("test", 0, list, 0));
+        std::string out;
+        for (xnode *c = xGetFirstChild(conf.get()); c; c = xGetNextSibling(c))
+            out += std::to_string(xGetAttrInt(c, "id", -1)) + "=" +
+                   xGetAttrString(c, key_attr, "?") + " ";
+        return out;
+    }
+
+    static std::string mac(int i) {
+        char b[18];
+        std::snprintf(b, sizeof b, "00:1a:2b:3c:%02x:%02x", (i >> 8) & 0xff, i & 0xff);
+        return b;
+    }
+};
+
+TEST_F(Dict, IdsArePersistedAndStableAcrossRestart) {
+    seed_all();
+    EXPECT_EQ(1, tallyd_avp_ap_mapping("00:11:22:33:44:55"));
+    EXPECT_EQ(2, tallyd_avp_ap_mapping("00:11:22:33:44:66"));
+    EXPECT_EQ(1, tallyd_avp_ap_mapping("00:11:22:33:44:55"));   // known: no new entry
+    EXPECT_EQ(3, tallyd_avp_ap_mapping("00:11:22:33:44:55 "));  // exact, case-sensitive keys
+    EXPECT_EQ(4, tallyd_avp_ap_mapping("00:11:22:33:44:6F"));
+    EXPECT_EQ(1, tallyd_avp_ssid_mapping("corp"));
+    EXPECT_EQ(2, tallyd_avp_ssid_mapping("it's guest"));
+    EXPECT_EQ(4, tallyd_sys_info.ap_count);
+    EXPECT_EQ("1=00:11:22:33:44:55 2=00:11:22:33:44:66 3=00:11:22:33:44:55  4=00:11:22:33:44:6F ",
+              stored("avpap-list", "ap"));
+    EXPECT_EQ("1=corp 2=it's guest ", stored("avpssid-list", "ssid"));
+
+    restart();
+    EXPECT_EQ(4, tallyd_sys_info.ap_count);
+    EXPECT_EQ(2, tallyd_sys_info.ssid_count);
+    EXPECT_EQ(2, tallyd_avp_ap_lookup_name("00:11:22:33:44:66"));
+    EXPECT_EQ(0, tallyd_avp_ap_lookup_name("00:11:22:33:44:77"));
+    EXPECT_STREQ("00:11:22:33:44:55", tallyd_avp_ap_lookup_id(1));
+    EXPECT_EQ(nullptr, tallyd_avp_ap_lookup_id(5));
+    EXPECT_EQ(nullptr, tallyd_avp_ap_lookup_id(0));
+    EXPECT_EQ(2, tallyd_avp_ssid_mapping("it's guest"));
+    EXPECT_STREQ("corp", tallyd_avp_ssid_lookup_id(1));
+    EXPECT_EQ(5, tallyd_avp_ap_mapping("00:11:22:33:44:77"));
+}
+
+TEST_F(Dict, GroupAndDeviceIdsNameTheirBucket) {
+    seed_all();
+    const int32_t phone = static_cast<int32_t>(tallyd_str_hash("phone") % 256);
+    const int32_t tablet = static_cast<int32_t>(tallyd_str_hash("tablet") % 256);
+    EXPECT_EQ(1 * 256 + phone, tallyd_avp_dvcinfo_mapping("phone"));
+    EXPECT_EQ(2 * 256 + tablet, tallyd_avp_dvcinfo_mapping("tablet"));
+    EXPECT_EQ(0, tallyd_avp_dvcinfo_mapping(""));  // refused, not a new id
+    EXPECT_EQ(0, tallyd_avp_dvcinfo_mapping(nullptr));
+    EXPECT_EQ(2, tallyd_sys_info.dvcinfo_count);
+    // The repository keeps the counter, not the composed id.
+    EXPECT_EQ("1=phone 2=tablet ", stored("avpdvcinfo-list", "dvcinfo"));
+    EXPECT_EQ(nullptr, tallyd_avp_dvcinfo_lookup_id(1 * 256 + phone + 1));
+
+    const int32_t grp = static_cast<int32_t>(tallyd_str_hash("floor 2") % 256);
+    EXPECT_EQ(256 + grp, tallyd_avp_apgroup_mapping("floor 2"));
+
+    restart();
+    EXPECT_EQ(256 + phone, tallyd_avp_dvcinfo_lookup_name("phone"));
+    EXPECT_STREQ("tablet", tallyd_avp_dvcinfo_lookup_id(2 * 256 + tablet));
+    EXPECT_STREQ("floor 2", tallyd_avp_apgroup_lookup_id(256 + grp));
+    EXPECT_EQ(3 * 256 + static_cast<int32_t>(tallyd_str_hash("laptop") % 256),
+              tallyd_avp_dvcinfo_mapping("laptop"));
+}
+
+TEST_F(Dict, CounterContinuesAfterTheHighestStoredId) {
+    seed("avpap-list",
+         "<avpap id=\"3\" ap=\"a\"/><avpap id=\"40\" ap=\"b\"/><avpap id=\"7\" ap=\"c\"/>"
+         "<avpap id=\"0\" ap=\"skipped\"/><avpap ap=\"no id\"/>");
+    seed("avpapgroup-list", "<avpapgroup id=\"5\" apgroup=\"lobby\"/>");
+    // The same key twice: both are entries, the one read first answers.
+    seed("avpssid-list", "<avpssid id=\"4\" ssid=\"dup\"/><avpssid id=\"9\" ssid=\"dup\"/>");
+    tallyd_load_dictionaries(&tallyd_sys_info);
+
+    EXPECT_EQ(40, tallyd_sys_info.ap_count);
+    EXPECT_EQ(0, tallyd_avp_ap_lookup_name("skipped"));
+    EXPECT_EQ(41, tallyd_avp_ap_mapping("new"));
+    EXPECT_EQ(4, tallyd_avp_ssid_lookup_name("dup"));
+    EXPECT_STREQ("dup", tallyd_avp_ssid_lookup_id(9));
+    EXPECT_EQ(10, tallyd_avp_ssid_mapping("next"));
+    const int32_t lobby = static_cast<int32_t>(tallyd_str_hash("lobby") % 256);
+    EXPECT_EQ(5 * 256 + lobby, tallyd_avp_apgroup_lookup_name("lobby"));
+    EXPECT_EQ(5, tallyd_sys_info.apgroup_count);
+}
+
+TEST_F(Dict, FiftySeventhApOnASmallPlatformChainsBehindAnEarlierOne) {
+    seed_all();
+    for (int i = 1; i <= 56; ++i) ASSERT_EQ(i, tallyd_avp_ap_mapping(mac(i).c_str()));
+    // A MAC for the 57th AP that falls into the bucket of the first one.
+    const uint32_t bucket = tallyd_str_hash(mac(1).c_str()) % 56;
+    std::string extra;
+    for (int i = 57; extra.empty(); ++i)
+        if (tallyd_str_hash(mac(i).c_str()) % 56 == bucket) extra = mac(i);
+    ASSERT_EQ(57, tallyd_avp_ap_mapping(extra.c_str()));
+
+    const tallyd_dict *head = &tallyd_sys_info.ap_dict[bucket];
+    EXPECT_EQ(1u, head->id);
+    const tallyd_dict *tail = head;
+    while (tail->next) tail = tail->next;
+    EXPECT_EQ(57u, tail->id);
+    EXPECT_STREQ(extra.c_str(), tallyd_avp_ap_lookup_id(57));
+    EXPECT_EQ(57, tallyd_avp_ap_lookup_name(extra.c_str()));
+
+    restart();
+    for (int i = 1; i <= 56; ++i) EXPECT_EQ(i, tallyd_avp_ap_lookup_name(mac(i).c_str()));
+    EXPECT_EQ(57, tallyd_avp_ap_lookup_name(extra.c_str()));
+}
+
+TEST_F(Dict, EmptyApMacOrSsidGetsAFreshIdEveryTime) {
+    seed_all();
+    EXPECT_EQ(1, tallyd_avp_ap_mapping(""));
+    EXPECT_EQ(2, tallyd_avp_ap_mapping(""));
+    EXPECT_EQ(0, tallyd_avp_ap_lookup_name(""));
+    EXPECT_EQ(1, tallyd_avp_ssid_mapping(""));
+    EXPECT_EQ(2, tallyd_avp_ssid_mapping(""));
+    EXPECT_EQ(0, tallyd_avp_ap_mapping(nullptr));
+    EXPECT_EQ(0, tallyd_avp_ssid_mapping(nullptr));
+    EXPECT_EQ("1= 2= ", stored("avpap-list", "ap"));
+}
+
+TEST_F(Dict, MissingOrMalformedListKeepsNewIdsInMemoryOnly) {
+    // No lists at all: ids are still handed out, nothing is created on disk.
+    tallyd_load_dictionaries(&tallyd_sys_info);
+    EXPECT_EQ(1, tallyd_avp_ap_mapping("a"));
+    EXPECT_EQ(1, tallyd_avp_ap_lookup_name("a"));
+    EXPECT_FALSE(exists(std::string(kXrepo) + "avpap-list.xml"));
+    EXPECT_EQ(0, log_count("tallyd"));
+
+    const std::string broken = "<avpssid-list><avpssid id=\"1\" ssid=\"x\">";
+    write_file(std::string(kXrepo) + "avpssid-list.xml", broken);
+    tallyd_update_avp_ssid_hash(&tallyd_sys_info);
+    EXPECT_EQ(1, log_count("tallyd_update_avp_ssid_hash"));
+    EXPECT_EQ(1, tallyd_avp_ssid_mapping("y"));
+    EXPECT_EQ(1, log_count("tallyd_add_avpssid_xml"));
+    EXPECT_EQ(broken, read_file(std::string(kXrepo) + "avpssid-list.xml"));
+}
+
+TEST_F(Dict, UnusableTableSizeFailsWithoutTouchingTheCounter) {
+    seed_all();
+    tallyd_sys_info.ap_max = 0;
+    EXPECT_EQ(0, tallyd_avp_ap_mapping("a"));
+    EXPECT_EQ(0, tallyd_sys_info.ap_count);
+    EXPECT_TRUE(logged(LOG_ERR, "tallyd, failed to add ap node\n"));
+    tallyd_sys_info.dvcinfo_max = TALLYD_DVCINFO_DICT_CAP + 1;
+    EXPECT_EQ(0, tallyd_avp_dvcinfo_mapping("phone"));
+    EXPECT_TRUE(logged(LOG_ERR, "tallyd, failed to add dvcinfo node\n"));
+    EXPECT_EQ("", stored("avpap-list", "ap"));
+}
+
+}  // namespace
