@@ -1,0 +1,84 @@
+// First delays of the periodic tasks, from the newest stored row.
+
+#include <gtest/gtest.h>
+
+#include "core/schedule.h"
+#include "db/sql.h"
+#include "support/test_root.h"
+
+namespace {
+
+class schedule_test : public root_test {
+   protected:
+    void SetUp() override {
+        root_test::SetUp();
+        ASSERT_EQ(sqlite3_open(":memory:", &conn_), SQLITE_OK);
+        sql_exec(conn_, "CREATE TABLE t(time INTEGER)");
+    }
+    void TearDown() override {
+        sql_close(&conn_);
+        root_test::TearDown();
+    }
+
+    // Replaces the table's rows with one row of the given time text.
+    void newest(const std::string &time) {
+        sql_exec(conn_, "DELETE FROM t");
+        sql_exec(conn_, ("INSERT INTO t VALUES(" + time + ")").c_str());
+    }
+    int32_t hour() { return tallyd_get_remanent_time(TALLYD_PERIOD_HOUR, conn_, "t"); }
+
+    sqlite3 *conn_ = nullptr;
+};
+
+TEST_F(schedule_test, HourDelayKeepsThePhaseOfTheNewestRow) {
+    newest(std::to_string(kStartTime - 100));
+    EXPECT_EQ(hour(), 200);
+    newest(std::to_string(kStartTime - 300));
+    EXPECT_EQ(hour(), 300);  // a whole period ago: a full period, never 0
+    newest(std::to_string(kStartTime - 301));
+    EXPECT_EQ(hour(), 299);
+    newest(std::to_string(kStartTime));
+    EXPECT_EQ(hour(), 300);
+    newest(std::to_string(kStartTime - 3 * 300 - 17));
+    EXPECT_EQ(hour(), 283);
+}
+
+TEST_F(schedule_test, ClockBehindTheNewestRowGivesMoreThanAPeriod) {
+    newest(std::to_string(kStartTime + 50));
+    EXPECT_EQ(hour(), 350);
+    newest(std::to_string(kStartTime + 299));
+    EXPECT_EQ(hour(), 599);  // up to 2P - 1
+    // The difference is taken as a signed 32-bit number: a row 2^31 + 100
+    // seconds ahead reads as about 68 years behind.
+    newest(std::to_string(kStartTime + 0x80000000u + 100));
+    EXPECT_EQ(hour(), 152);
+}
+
+TEST_F(schedule_test, PeriodsOfEveryKind) {
+    newest(std::to_string(kStartTime - 100));
+    EXPECT_EQ(tallyd_get_remanent_time(TALLYD_PERIOD_DAY, conn_, "t"), 7117);
+    EXPECT_EQ(tallyd_get_remanent_time(TALLYD_PERIOD_WEEK, conn_, "t"), 43143);
+    EXPECT_EQ(tallyd_get_remanent_time(TALLYD_PERIOD_MONTH, conn_, "t"), 172779);
+    EXPECT_EQ(tallyd_get_remanent_time(TALLYD_PERIOD_BACKUP, conn_, "t"), 3487);
+    EXPECT_EQ(tallyd_get_remanent_time(TALLYD_PERIOD_STATIS, conn_, "t"), 3495);
+    EXPECT_EQ(tallyd_get_remanent_time(6, conn_, "t"), 0);
+    EXPECT_EQ(tallyd_get_remanent_time(-1, conn_, "t"), 0);
+}
+
+TEST_F(schedule_test, NothingStoredOrNothingToAsk) {
+    EXPECT_EQ(hour(), 300);  // empty table
+    EXPECT_EQ(tallyd_get_remanent_time(TALLYD_PERIOD_BACKUP, conn_, "t"), 3587);
+    newest("NULL");
+    EXPECT_EQ(hour(), 300);
+
+    EXPECT_EQ(tallyd_get_remanent_time(TALLYD_PERIOD_HOUR, nullptr, "t"), -1);
+    EXPECT_EQ(tallyd_get_remanent_time(TALLYD_PERIOD_HOUR, conn_, nullptr), -1);
+    EXPECT_EQ(tallyd_get_remanent_time(9, nullptr, "t"), -1);
+    EXPECT_EQ(log_count("get remanent"), 0);
+
+    EXPECT_EQ(tallyd_get_remanent_time(TALLYD_PERIOD_DAY, conn_, "missing"), 7217);
+    EXPECT_TRUE(logged(LOG_ERR, "tallyd, get remanent aErrMsg = no such table: missing\n"))
+        << log_dump();
+}
+
+}  // namespace
