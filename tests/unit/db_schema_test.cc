@@ -1,0 +1,272 @@
+// The tables, indexes and marker rows that a fresh start leaves in each
+// database, read back through SQLite as another tool would see them.
+#include <gtest/gtest.h>
+
+#include <string>
+#include <vector>
+
+#include "base/sys_info.h"
+#include "db/db_files.h"
+#include "db/schema.h"
+#include "support/db_test.h"
+
+namespace {
+
+struct table_layout {
+    const char *table;
+    const char *columns;  // "name TYPE, ..." as PRAGMA table_info reports them
+    const char *index;
+    const char *index_columns;
+};
+
+constexpr const char *kAppDay =
+    "time INTEGER, app VARCHAR, port INTEGER, ap_mac INTEGER, uplink INTEGER, downlink INTEGER";
+constexpr const char *kSsidDay =
+    "time INTEGER, app VARCHAR, port INTEGER, ssid INTEGER, uplink INTEGER, downlink INTEGER, "
+    "group_id INTEGER";
+constexpr const char *kTopClient =
+    "time INTEGER, client_mac VARCHAR(12), ap_mac INTEGER, ssid INTEGER, total INTEGER";
+constexpr const char *kStatisAp =
+    "time INTEGER, ap_id INTEGER, ssid_id INTEGER, apgroup_id INTEGER, wlangroup_id INTEGER, "
+    "tx_pkts INTEGER, rx_pkts INTEGER, total_pkts INTEGER, tx_bytes INTEGER, rx_bytes INTEGER, "
+    "total_bytes INTEGER";
+constexpr const char *kStatisInfo =
+    "time INTEGER, client_mac VARCHAR, ap_id INTEGER, ssid_id INTEGER, dvcinfo_id INTEGER, "
+    "apgroup_id INTEGER, wlangroup_id INTEGER, ip VARCHAR, ip6 VARCHAR, host_name VARCHAR, "
+    "vlan INTEGER, channel INTEGER, radio INTEGER, status INTEGER, auth_type VARCHAR, "
+    "user_name VARCHAR, active INTEGER";
+constexpr const char *kStatisClient =
+    "time INTEGER, client_mac VARCHAR, ap_id INTEGER, apgroup_id INTEGER, ssid_id INTEGER, "
+    "wlangroup_id INTEGER, rssi INTEGER, tx_pkts INTEGER, rx_pkts INTEGER, total_pkts INTEGER, "
+    "tx_bytes INTEGER, rx_bytes INTEGER, total_bytes INTEGER";
+constexpr const char *kInfoIdx = "time, client_mac, ap_id, ssid_id, dvcinfo_id, apgroup_id";
+
+const std::vector<table_layout> kMain = {
+    {"avp_app_client_hour",
+     "time INTEGER, app VARCHAR, port INTEGER, client_mac VARCHAR(12), uplink INTEGER, "
+     "downlink INTEGER",
+     "avp_app_client_hour_idx", "client_mac, time"},
+    {"avp_curve_client", "time INTEGER, client_mac VARCHAR(12), uplink INTEGER, downlink INTEGER",
+     "avp_curve_client_idx", "client_mac, time"},
+    {"avp_ap_ssid_hour",
+     "time INTEGER, app VARCHAR, port INTEGER, ap_mac INTEGER, ssid INTEGER, uplink INTEGER, "
+     "downlink INTEGER, group_id INTEGER",
+     "avp_ap_ssid_hour_idx", "ssid, ap_mac, group_id, app, time"},
+    {"avp_all_group_hour",
+     "time INTEGER, app VARCHAR, port INTEGER, uplink INTEGER, downlink INTEGER, group_id INTEGER",
+     "avp_all_group_hour_idx", "group_id, time"},
+    {"avp_top_client_hour", kTopClient, "avp_top_client_hour_idx", "client_mac"},
+    {"avp_ap", "time INTEGER, ap_mac VARCHAR, model VARCHAR, group_id INTEGER", "avp_ap_idx",
+     "ap_mac"},
+    {"avp_ap_day", kAppDay, "avp_ap_day_idx", "ap_mac, app, time"},
+    {"avp_ssid_day", kSsidDay, "avp_ssid_day_idx", "ssid, group_id, app, time"},
+    {"avp_top_client_day", kTopClient, "avp_top_client_day_idx", "client_mac"},
+};
+const std::vector<table_layout> kFlash = {
+    {"avp_ap_week", kAppDay, "avp_ap_week_idx", "ap_mac, app, time"},
+    {"avp_ssid_week", kSsidDay, "avp_ssid_week_idx", "ssid, group_id, app, time"},
+    {"avp_ap_month", kAppDay, "avp_ap_month_idx", "ap_mac, app, time"},
+    {"avp_ssid_month", kSsidDay, "avp_ssid_month_idx", "ssid, group_id, app, time"},
+};
+const std::vector<table_layout> kTemp = {
+    {"avp_base",
+     "time , app , port , client_mac , ap_mac , ssid , uplink , downlink , total , category , "
+     "group_id ",
+     "avp_base_idx", "ap_mac, ssid, app, time"},
+};
+const std::vector<table_layout> kBackup = {
+    {"avp_top_client_backup", kTopClient, "avp_top_client_backup_idx", "client_mac"},
+    {"avp_ap_backup", kAppDay, "avp_ap_backup_idx", "ap_mac, app, time"},
+    {"avp_ssid_backup", kSsidDay, "avp_ssid_backup_idx", "ssid, group_id, app, time"},
+};
+const std::vector<table_layout> kStatistic = {
+    {"statis_ap_h", kStatisAp, "statis_ap_h_idx", "ap_id, ssid_id, apgroup_id"},
+    {"statis_ap_d", kStatisAp, "statis_ap_d_idx", "ap_id, ssid_id, apgroup_id"},
+    {"statis_client_info_h", kStatisInfo, "statis_client_info_h_idx", kInfoIdx},
+    {"statis_client_info_d", kStatisInfo, "statis_client_info_d_idx", kInfoIdx},
+    {"statis_client_h", kStatisClient, "statis_client_h_idx",
+     "client_mac, ap_id, apgroup_id, ssid_id"},
+    {"statis_client_d", kStatisClient, "statis_client_d_idx",
+     "client_mac, ap_id, apgroup_id, ssid_id"},
+    {"statis_ap_wlan",
+     "time INTEGER, ap_id INTEGER, wlan_id INTEGER, apgrp_id INTEGER, wlangrp_id INTEGER",
+     "statis_ap_wlan_idx", "ap_id, wlan_id"},
+    {"statis_ap_chart",
+     "time INTEGER, ap_id INTEGER, apgroup_id INTEGER, tx_bytes INTEGER, rx_bytes INTEGER, "
+     "client_count INTEGER",
+     "statis_ap_chart_idx", "ap_id, apgroup_id"},
+};
+
+// "name TYPE, ..." of a table or "a, b" of an index.
+std::string describe(sqlite3 *conn, const std::string &pragma, bool with_type) {
+    sql_table t;
+    EXPECT_EQ(SQLITE_OK, sql_get_table(conn, pragma.c_str(), t)) << pragma;
+    std::string out;
+    int name_col = with_type ? 1 : 2;  // table_info: cid,name,type...; index_info: seqno,cid,name
+    for (int r = 0; r < t.rows(); ++r) {
+        if (r) out += ", ";
+        out += t.at(r, name_col);
+        if (with_type) out += std::string(" ") + t.at(r, 2);
+    }
+    return out;
+}
+
+class DbSchema : public db_root_test {
+   protected:
+    // Tables and indexes in creation order, with their columns.
+    void expect_layout(sqlite3 *conn, const std::vector<table_layout> &layout) {
+        ASSERT_NE(nullptr, conn);
+        std::string expected_order;
+        for (const auto &l : layout) {
+            EXPECT_EQ(l.columns,
+                      describe(conn, std::string("PRAGMA table_info(") + l.table + ")", true))
+                << l.table;
+            EXPECT_EQ(l.index_columns,
+                      describe(conn, std::string("PRAGMA index_info(") + l.index + ")", false))
+                << l.index;
+            expected_order +=
+                std::string(expected_order.empty() ? "" : ",") + l.table + "," + l.index;
+        }
+        EXPECT_EQ(expected_order,
+                  query_list(conn, "SELECT name FROM sqlite_master ORDER BY rowid"));
+    }
+};
+
+TEST_F(DbSchema, FreshStartCreatesEveryTableAndIndexInOrder) {
+    ASSERT_EQ(0, tallyd_init_avp_db(&tallyd_db_set)) << log_dump();
+    expect_layout(tallyd_db_set.db, kMain);
+    expect_layout(tallyd_db_set.db_flash, kFlash);
+    expect_layout(tallyd_db_set.temp_db, kTemp);
+    expect_layout(tallyd_db_set.backup_hour_db, kBackup);
+    expect_layout(tallyd_db_set.statistic_db, kStatistic);
+    EXPECT_EQ(nullptr, tallyd_db_set.top_list_db);  // opened by the first top summary only
+    EXPECT_TRUE(exists("/tmp/tallyd/avp_1.0.db"));
+    EXPECT_TRUE(exists("/etc/corvane-images/tallyd/avp_flash.db"));
+
+    // Three index statements stand on one line; every other one breaks after ON.
+    EXPECT_EQ(
+        "CREATE INDEX avp_ap_idx ON avp_ap(ap_mac)",
+        query_list(tallyd_db_set.db, "SELECT sql FROM sqlite_master WHERE name='avp_ap_idx'"));
+    EXPECT_EQ("avp_ap_idx,avp_top_client_day_idx,avp_top_client_hour_idx",
+              query_list(tallyd_db_set.db,
+                         "SELECT name FROM sqlite_master WHERE type='index' AND "
+                         "instr(sql, 'ON ' || char(10)) = 0 ORDER BY name"));
+    EXPECT_EQ(
+        "CREATE INDEX avp_ap_day_idx ON \navp_ap_day(ap_mac, app, time)",
+        query_list(tallyd_db_set.db, "SELECT sql FROM sqlite_master WHERE name='avp_ap_day_idx'"));
+    EXPECT_EQ(0, query_int(tallyd_db_set.backup_hour_db,
+                           "SELECT COUNT(*) FROM sqlite_master WHERE type='index' AND "
+                           "instr(sql, 'ON ' || char(10)) = 0"));
+}
+
+TEST_F(DbSchema, FreshDatabasesCarryOneMarkerRowAndTheirPragmas) {
+    tallyd_sys_info.platform_class = 2;
+    ASSERT_EQ(0, tallyd_init_avp_db(&tallyd_db_set));
+    tallyd_sys_info.platform_class = 0;
+    const std::string t = std::to_string(kStartTime);
+
+    // Marker rows: "---" as text, the creation time as an integer, numbers 0.
+    EXPECT_EQ(t + "|---|0|0|0|integer|text",
+              query_list(tallyd_db_set.db,
+                         "SELECT time||'|'||client_mac||'|'||ap_mac||'|'||ssid||'|'||total||'|'||"
+                         "typeof(time)||'|'||typeof(client_mac) FROM avp_top_client_day"));
+    for (const char *table : {"avp_ssid_week", "avp_ssid_month"})
+        EXPECT_EQ(
+            t + "|---|0|0|0|0|0",
+            query_list(tallyd_db_set.db_flash,
+                       std::string("SELECT time||'|'||app||'|'||port||'|'||ssid||'|'||uplink||"
+                                   "'|'||downlink||'|'||group_id FROM ") +
+                           table))
+            << table;
+    EXPECT_EQ(t + "|---|0|0|0", query_list(tallyd_db_set.backup_hour_db,
+                                           "SELECT time||'|'||client_mac||'|'||ap_mac||'|'||ssid||"
+                                           "'|'||total FROM avp_top_client_backup"));
+    EXPECT_EQ(t + "|---|NULL", query_list(tallyd_db_set.statistic_db,
+                                          "SELECT time||'|'||client_mac||'|'||ifnull(ap_id,'NULL') "
+                                          "FROM statis_client_d"));
+    // Nothing else holds a row: not the other tables, not the week AP table.
+    EXPECT_EQ(1, count_rows(tallyd_db_set.db, "avp_top_client_day") +
+                     count_rows(tallyd_db_set.db, "avp_top_client_hour") +
+                     count_rows(tallyd_db_set.db, "avp_ap_day"));
+    EXPECT_EQ(0, count_rows(tallyd_db_set.db_flash, "avp_ap_week"));
+    EXPECT_EQ(0, count_rows(tallyd_db_set.temp_db, "avp_base"));
+
+    // auto_vacuum on the two databases that are size-checked only.
+    EXPECT_EQ(1, query_int(tallyd_db_set.db, "PRAGMA auto_vacuum"));
+    EXPECT_EQ(1, query_int(tallyd_db_set.db_flash, "PRAGMA auto_vacuum"));
+    EXPECT_EQ(0, query_int(tallyd_db_set.statistic_db, "PRAGMA auto_vacuum"));
+    EXPECT_EQ(5000, query_int(tallyd_db_set.db, "PRAGMA cache_size"));
+}
+
+TEST_F(DbSchema, CacheSizeFollowsThePlatformClass) {
+    for (auto [cls, pages] : {std::pair{0, 250}, {1, 2500}, {3, 2500}, {7, 250}}) {
+        sqlite3 *conn = nullptr;
+        ASSERT_EQ(SQLITE_OK, sqlite3_open(":memory:", &conn));
+        tallyd_sys_info.platform_class = cls;
+        tallyd_set_db_pragmas(conn);
+        EXPECT_EQ(pages, query_int(conn, "PRAGMA cache_size")) << "class " << cls;
+        sqlite3_close(conn);
+    }
+    tallyd_sys_info.platform_class = 0;
+}
+
+TEST_F(DbSchema, TopListTablesFollowTheFlagPrecedence) {
+    auto tables = [] {
+        return query_list(tallyd_db_set.top_list_db,
+                          "SELECT name FROM sqlite_master WHERE type='table' ORDER BY name");
+    };
+    // No RAM directory yet: the scratch database cannot be opened.
+    EXPECT_EQ(-1, tallyd_create_top_list_table(0x10));
+    EXPECT_TRUE(logged(LOG_ERR, "tallyd, Failed to open avp_top_list db\n"));
+    EXPECT_EQ(nullptr, tallyd_db_set.top_list_db);
+    write_file("/tmp/tallyd/keep", "");
+
+    // Client bit wins over the AP bit, which still asks for total_client_list.
+    ASSERT_EQ(0, tallyd_create_top_list_table(0x110));
+    EXPECT_TRUE(exists("/tmp/tallyd/avp_top_list.db"));
+    EXPECT_EQ("top_client_list,total_client_list", tables());
+    EXPECT_EQ("id , client_mac , total ",
+              describe(tallyd_db_set.top_list_db, "PRAGMA table_info(top_client_list)", true));
+
+    // Created twice: refused, with the statement in the log.
+    EXPECT_EQ(-1, tallyd_create_top_list_table(0x10));
+    EXPECT_TRUE(logged(LOG_ERR,
+                       "tallyd, Failed to create table, tab = CREATE TABLE top_client_list(\t\nid,"
+                       "\t\t\t\nclient_mac, \t\ntotal\t\t\t\n);\n"))
+        << log_dump();
+    ASSERT_EQ(0, tallyd_drop_top_list_table(0x110));
+    EXPECT_EQ("", tables());
+
+    ASSERT_EQ(0, tallyd_create_top_list_table(0x1001));
+    EXPECT_EQ("top_ssid_list,total_client_list", tables());
+    ASSERT_EQ(0, tallyd_drop_top_list_table(0x1001));
+    ASSERT_EQ(0, tallyd_create_top_list_table(0x1));
+    EXPECT_EQ("top_app_list", tables());
+    // The dropper with the AP bit also wants total_client_list, which is gone.
+    ASSERT_EQ(0, tallyd_drop_top_list_table(0x1));
+    ASSERT_EQ(0, tallyd_create_top_list_table(0x100));
+    EXPECT_EQ("top_ap_list,total_client_list", tables());
+    EXPECT_EQ(0, tallyd_drop_top_list_table(0x100));
+    EXPECT_EQ(-1, tallyd_drop_top_list_table(0x100));
+    EXPECT_TRUE(logged(LOG_ERR, "tallyd, Failed to drop table, tab = top_ap_list\n"));
+
+    EXPECT_EQ(-1, tallyd_create_top_list_table(0x2));
+    EXPECT_TRUE(logged(LOG_ERR, "tallyd, Incorrect flag = 2\n"));
+    EXPECT_EQ(-1, tallyd_drop_top_list_table(0));
+    EXPECT_TRUE(logged(LOG_WARNING, "tallyd, Incorrect flag = 0\n"));
+}
+
+TEST_F(DbSchema, CreatorStopsAtTheFirstFailingStatement) {
+    sqlite3 *conn = nullptr;
+    ASSERT_EQ(SQLITE_OK, sqlite3_open(":memory:", &conn));
+    ASSERT_EQ(SQLITE_OK, sql_exec(conn, "CREATE TABLE avp_ap_ssid_hour(x)"));
+    EXPECT_EQ(-1, tallyd_create_main_tables(conn));
+    EXPECT_EQ(1, log_count("tallyd, sql = CREATE TABLE avp_ap_ssid_hour("));
+    EXPECT_EQ(1, log_count("aErrMsg = table avp_ap_ssid_hour already exists"));
+    // Tables before the failure exist; none after it.
+    EXPECT_EQ("avp_ap_ssid_hour,avp_app_client_hour,avp_curve_client",
+              query_list(conn, "SELECT name FROM sqlite_master WHERE type='table' ORDER BY name"));
+    sqlite3_close(conn);
+}
+
+}  // namespace
