@@ -89,29 +89,15 @@ int build_main(tallyd_db_set_t *set, const std::string &ram) {
     return SQLITE_OK;
 }
 
-int build_backup(tallyd_db_set_t *set, const std::string &ram) {
-    sql_close(&set->backup_hour_db);
+// A new file at ram in *slot (closed and removed first): tables, then the
+// marker row. Returns the open result; *slot is null when the open failed.
+int build_fresh(sqlite3 **slot, const std::string &ram, int (*create_tables)(sqlite3 *),
+                const char *marker_table, int32_t marker_kind) {
+    sql_close(slot);
     remove_if_exists(ram);
-    int rc = db_open(ram, kOpenCreate, &set->backup_hour_db);
-    if (set->backup_hour_db) {
-        if (tallyd_create_backup_tables(set->backup_hour_db) == 0)
-            tallyd_insert_timestamp(set->backup_hour_db, "avp_top_client_backup", 4);
-    } else {
-        std::puts("Failed to create temporary backup_hour_db.db");
-    }
-    return rc;
-}
-
-int build_statistic(tallyd_db_set_t *set, const std::string &ram) {
-    sql_close(&set->statistic_db);
-    remove_if_exists(ram);
-    int rc = db_open(ram, kOpenCreate, &set->statistic_db);
-    if (set->statistic_db) {
-        if (tallyd_create_statistic_tables(set->statistic_db) == 0)
-            tallyd_insert_timestamp(set->statistic_db, "statis_client_d", 5);
-    } else {
-        std::printf("Failed to create statistic.db,  rc = %d\n", rc);
-    }
+    int rc = db_open(ram, kOpenCreate, slot);
+    if (*slot && create_tables(*slot) == 0)
+        tallyd_insert_timestamp(*slot, marker_table, marker_kind);
     return rc;
 }
 
@@ -190,7 +176,8 @@ int tallyd_create_avp_backup_hour_db(tallyd_db_set_t *set) {
         return tallyd_purge_backup(cut, set->backup_hour_db);
     if (flash_copy_exists(kBackupBase) && restore_from_flash(kBackupBase, &set->backup_hour_db))
         return tallyd_purge_backup(cut, set->backup_hour_db);
-    build_backup(set, ram);
+    build_fresh(&set->backup_hour_db, ram, tallyd_create_backup_tables, "avp_top_client_backup", 4);
+    if (!set->backup_hour_db) std::puts("Failed to create temporary backup_hour_db.db");
     return 0;
 }
 
@@ -212,7 +199,9 @@ int tallyd_create_statistic_db(tallyd_db_set_t *set) {
         tallyd_beta_migration_ap_wlan(set->statistic_db);
         return 0;
     }
-    build_statistic(set, ram);
+    int rc =
+        build_fresh(&set->statistic_db, ram, tallyd_create_statistic_tables, "statis_client_d", 5);
+    if (!set->statistic_db) std::printf("Failed to create statistic.db,  rc = %d\n", rc);
     return 0;
 }
 

@@ -156,6 +156,10 @@ int main(int argc, char **argv) {
         else
             return usage();
     }
+    // The checklists name absolute paths so that md5sum -c works from the
+    // daemon's working directory, whatever the caller's is.
+    std::error_code ec;
+    if (!tallyd_root().empty()) tallyd_root_set(fs::absolute(tallyd_root(), ec).string());
     // Check every source first: a partial set in flash would make the
     // daemon throw away the copies it has (a missing avp_1.0 copy empties
     // the whole flash directory at start-up).
@@ -169,7 +173,6 @@ int main(int argc, char **argv) {
     }
     std::string flash_dir = tallyd_path(TALLYD_FLASH_DIR);
     db_fs_mkdir_p(flash_dir);
-    std::error_code ec;
     int err = !fs::is_directory(flash_dir, ec)              ? ENOTDIR
               : access(flash_dir.c_str(), W_OK | X_OK) != 0 ? errno
                                                             : 0;
