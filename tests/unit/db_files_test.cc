@@ -62,28 +62,6 @@ class DbFiles : public db_root_test {
     bool root_says_ok() const { return path("/").find("OK") != std::string::npos; }
 };
 
-TEST_F(DbFiles, SavedCopiesComeBackAfterAReboot) {
-    ASSERT_EQ(0, tallyd_init_avp_db(&tallyd_db_set));
-    put_rows();
-    for (const char *base : {"avp_1.0", "avp_backup_hour", "statistic"}) save_copy(base);
-    reboot();
-
-    ASSERT_EQ(0, tallyd_init_avp_db(&tallyd_db_set)) << log_dump();
-    EXPECT_EQ(1, count_rows(tallyd_db_set.db, "avp_ap"));
-    EXPECT_EQ(1, count_rows(tallyd_db_set.backup_hour_db, "avp_ap_backup"));
-    EXPECT_EQ(1, count_rows(tallyd_db_set.statistic_db, "statis_ap_wlan"));
-    EXPECT_EQ(1, count_rows(tallyd_db_set.db_flash, "avp_ap_week"));
-    // The markers keep the time of the first start: the data is that old.
-    EXPECT_EQ(kStartTime, query_int(tallyd_db_set.db, "SELECT time FROM avp_top_client_day"));
-    // Copies and checklists are consumed; the live flash database stays.
-    for (const char *base : {"avp_1.0", "avp_backup_hour", "statistic"}) {
-        EXPECT_FALSE(exists(dev(kFlash, std::string(base) + ".db"))) << base;
-        EXPECT_FALSE(exists(dev(kFlash, std::string(base) + ".md5"))) << base;
-        EXPECT_FALSE(exists(dev(kRam, std::string(base) + ".md5"))) << base;
-    }
-    EXPECT_TRUE(exists(dev(kFlash, "avp_flash.db")));
-}
-
 TEST_F(DbFiles, UnverifiedCopiesGiveFreshDatabases) {
     if (root_says_ok()) GTEST_SKIP() << "temporary root name contains OK";
     ASSERT_EQ(0, tallyd_init_avp_db(&tallyd_db_set));

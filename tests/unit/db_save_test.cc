@@ -69,7 +69,15 @@ TEST_F(DbSave, SavedWhileOpenAndRestoredAfterAReboot) {
     EXPECT_EQ(1, count_rows(tallyd_db_set.db, "avp_ap"));
     EXPECT_EQ(1, count_rows(tallyd_db_set.statistic_db, "statis_ap_wlan"));
     EXPECT_EQ(1, count_rows(tallyd_db_set.backup_hour_db, "avp_ap_backup"));
-    EXPECT_FALSE(exists(flash("avp_1.0.db")));
+    // The markers keep the time of the first start: the data is that old.
+    EXPECT_EQ(kStartTime, query_int(tallyd_db_set.db, "SELECT time FROM avp_top_client_day"));
+    // Copies and checklists are consumed; the live flash database stays.
+    for (const char *base : {"avp_1.0", "avp_backup_hour", "statistic"}) {
+        EXPECT_FALSE(exists(flash(std::string(base) + ".db"))) << base;
+        EXPECT_FALSE(exists(flash(std::string(base) + ".md5"))) << base;
+        EXPECT_FALSE(exists("/tmp/tallyd/" + std::string(base) + ".md5")) << base;
+    }
+    EXPECT_TRUE(exists(flash("avp_flash.db")));
 }
 
 TEST_F(DbSave, AFlippedByteInACopyMakesTheNextStartBuildAfresh) {
