@@ -6,7 +6,6 @@
 #include <sqlite3.h>
 
 #include <cstdint>
-#include <fstream>
 #include <string>
 #include <vector>
 
@@ -17,7 +16,8 @@
 #include "db/db_set.h"
 #include "db/sql.h"
 #include "eloop/eloop.h"
-#include "support/test_root.h"
+#include "support/db_corrupt.h"
+#include "support/db_test.h"
 
 // One avp_base row as the flow task stores it (client MAC in colon form).
 struct rollup_flow {
@@ -31,7 +31,7 @@ struct rollup_flow {
 
 using rows_t = std::vector<std::vector<std::string>>;
 
-class rollup_test : public root_test {
+class rollup_test : public db_root_test {
    protected:
     void SetUp() override;
     void TearDown() override;
@@ -40,14 +40,14 @@ class rollup_test : public root_test {
     static void exec(sqlite3 *conn, const std::string &sql);
     // Every row of a query, NULL as "NULL".
     static rows_t query(sqlite3 *conn, const std::string &sql);
-    static int64_t scalar(sqlite3 *conn, const std::string &sql);
+    static int64_t scalar(sqlite3 *conn, const std::string &sql) { return query_int(conn, sql); }
 
     // True when task is armed in the event loop (and disarms it).
     static bool armed(void (*task)(void *, void *));
 
-    // Closes *slot, overwrites the root page of table in the file with
-    // garbage and reopens the file into *slot: the next statement touching
-    // the table fails with "database disk image is malformed".
+    // Corrupts table in the database file behind *slot (reopened into *slot):
+    // the next statement touching it fails with "database disk image is
+    // malformed".
     void corrupt_table(sqlite3 **slot, const std::string &device_path, const char *table);
 
     // Stores flows into avp_base with the given time.
@@ -55,7 +55,7 @@ class rollup_test : public root_test {
 };
 
 inline void rollup_test::SetUp() {
-    root_test::SetUp();
+    db_root_test::SetUp();
     // The default platform: class 0 and its 15 MB size limits.
     tallyd_sys_info = {};
     tallyd_sys_info.db_max_size = 15000000;
@@ -72,13 +72,9 @@ inline void rollup_test::SetUp() {
 }
 
 inline void rollup_test::TearDown() {
-    for (sqlite3 **slot :
-         {&tallyd_db_set.db, &tallyd_db_set.db_flash, &tallyd_db_set.temp_db,
-          &tallyd_db_set.backup_hour_db, &tallyd_db_set.top_list_db, &tallyd_db_set.statistic_db})
-        sql_close(slot);
     eloop_destroy();
     tallyd_sys_info = {};
-    root_test::TearDown();
+    db_root_test::TearDown();
 }
 
 inline void rollup_test::exec(sqlite3 *conn, const std::string &sql) {
@@ -98,31 +94,14 @@ inline rows_t rollup_test::query(sqlite3 *conn, const std::string &sql) {
     return out;
 }
 
-inline int64_t rollup_test::scalar(sqlite3 *conn, const std::string &sql) {
-    rows_t r = query(conn, sql);
-    return r.empty() || r[0].empty() ? -1 : std::stoll(r[0][0]);
-}
-
 inline bool rollup_test::armed(void (*task)(void *, void *)) {
     return eloop_cancel_timeout(task, ELOOP_ALL_CTX, ELOOP_ALL_CTX) == 1;
 }
 
 inline void rollup_test::corrupt_table(sqlite3 **slot, const std::string &device_path,
                                        const char *table) {
-    const int64_t page =
-        scalar(*slot, std::string("SELECT rootpage FROM sqlite_master WHERE name='") + table + "'");
-    const int64_t size = scalar(*slot, "PRAGMA page_size");
-    ASSERT_GT(page, 1);
-    sql_close(slot);
-    {
-        std::fstream f(path(device_path), std::ios::in | std::ios::out | std::ios::binary);
-        ASSERT_TRUE(f.good());
-        f.seekp((page - 1) * size);
-        const std::string junk(static_cast<size_t>(size), '\xff');
-        f.write(junk.data(), static_cast<std::streamsize>(junk.size()));
-    }
-    ASSERT_EQ(sqlite3_open_v2(path(device_path).c_str(), slot, SQLITE_OPEN_READWRITE, nullptr),
-              SQLITE_OK);
+    sql_cache_drop(*slot);
+    ASSERT_TRUE(::corrupt_table(slot, path(device_path).c_str(), table));
 }
 
 inline void rollup_test::add_flows(const std::vector<rollup_flow> &flows, uint32_t time) {
