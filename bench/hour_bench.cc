@@ -1,0 +1,238 @@
+// The five-minute rollup task against bare SQLite: an avp_base of 1,024
+// reports of 50 entries (one per AP of the largest platform, 51,200 rows)
+// rolled up by tallyd_pre_handle_hour, and the same statements (hour purge,
+// the three grouped SELECTs with their INSERTs, emptying avp_base) run bare
+// with prepared statements on a database pair of the same schema. Both sides
+// start every round from the same avp_base and empty hour tables.
+
+#include <sqlite3.h>
+
+#include <algorithm>
+#include <cstdio>
+#include <map>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "base/clock.h"
+#include "base/path.h"
+#include "base/sys_info.h"
+#include "db/db_files.h"
+#include "db/db_set.h"
+#include "db/schema.h"
+#include "db/sql.h"
+#include "eloop/eloop.h"
+#include "flow/ingest_sim.h"
+#include "flow/tasks.h"
+#include "support/bench_util.h"
+
+namespace {
+
+constexpr uint32_t kAps = 1024;
+constexpr uint32_t kEntries = 50;
+constexpr int kRounds = 5;
+constexpr uint32_t kNow = 1700000000;
+
+struct base_row {
+    std::string app, client_mac, category;
+    uint32_t port;
+    int32_t ap_id, ssid_id, group_id;
+    uint64_t uplink, downlink, total;
+};
+
+std::vector<base_row> make_rows() {
+    flow_sim sim({.aps = kAps, .clients = kAps * 8, .ssids = 8, .entries = kEntries, .seed = 7});
+    auto msg = std::make_unique<ArcMessage>();
+    std::map<std::string, int32_t> ssid_ids;
+    std::vector<base_row> rows;
+    for (uint32_t ap = 0; ap < kAps; ++ap) {
+        sim.report(ap, 1, msg.get());
+        for (pb_size_t i = 0; i < msg->records_count; ++i) {
+            const ArcFlowRecord &r = msg->records[i];
+            int32_t ssid = ssid_ids.emplace(r.ssid, ssid_ids.size() + 1).first->second;
+            rows.push_back({r.app, r.client_mac, r.category, r.port, static_cast<int32_t>(ap + 1),
+                            ssid, static_cast<int32_t>(1 + ap % 16), r.uplink, r.downlink,
+                            r.total});
+        }
+    }
+    return rows;
+}
+
+void fill_base(sqlite3 *conn, const std::vector<base_row> &rows) {
+    sql_exec(conn, "DELETE FROM avp_base");
+    sql_exec(conn, "BEGIN TRANSACTION");
+    sql_stmt s = sql_prepare(conn,
+                             "INSERT INTO avp_base(time, app, port, client_mac, ap_mac, ssid, "
+                             "uplink, downlink, total, category, group_id) "
+                             "VALUES(?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?)");
+    for (const base_row &b : rows) {
+        s.bind(1, int64_t{kNow});
+        s.bind_static(2, b.app);
+        s.bind(3, int64_t{b.port});
+        s.bind_static(4, b.client_mac);
+        s.bind(5, b.ap_id);
+        s.bind(6, b.ssid_id);
+        s.bind_u64(7, b.uplink);
+        s.bind_u64(8, b.downlink);
+        s.bind_u64(9, b.total);
+        s.bind_static(10, b.category);
+        s.bind(11, b.group_id);
+        s.run();
+    }
+    s = sql_stmt();
+    sql_exec(conn, "COMMIT TRANSACTION");
+}
+
+constexpr const char *kHourTables[] = {"avp_top_client_hour", "avp_ap_ssid_hour",
+                                       "avp_all_group_hour"};
+
+void clear_hour_tables(sqlite3 *conn) {
+    for (const char *t : kHourTables) sql_exec(conn, (std::string("DELETE FROM ") + t).c_str());
+}
+
+int64_t hour_rows(sqlite3 *conn) {
+    int64_t n = 0;
+    for (const char *t : kHourTables) {
+        sql_table r;
+        sql_get_table(conn, (std::string("SELECT count(*) FROM ") + t).c_str(), r);
+        n += r.rows() ? r.int_at(0, 0) : 0;
+    }
+    return n;
+}
+
+// --- the bare side ------------------------------------------------------------
+
+void bare_exec_txn(sqlite3 *conn, const std::string &sql) {
+    sql_exec(conn, "BEGIN TRANSACTION");
+    sql_exec(conn, sql.c_str());
+    sql_exec(conn, "COMMIT TRANSACTION");
+}
+
+// SELECT on src, each row bound by `bind` into one INSERT on dst, one
+// transaction.
+template <class Bind>
+void bare_rollup(sqlite3 *src, const char *select, sqlite3 *dst, const char *insert, Bind bind) {
+    sql_stmt sel = sql_prepare(src, select);
+    sql_stmt ins = sql_prepare(dst, insert);
+    sql_exec(dst, "BEGIN TRANSACTION");
+    while (sqlite3_step(sel.get()) == SQLITE_ROW)
+        if (bind(sel.get(), ins)) ins.run();
+    sql_exec(dst, "COMMIT TRANSACTION");
+}
+
+double bare_run(sqlite3 *src, sqlite3 *dst, uint32_t stamp) {
+    bench_timer t;
+    for (const char *table : kHourTables)
+        bare_exec_txn(dst, std::string("DELETE FROM ") + table + " WHERE (time>0 AND time<" +
+                               std::to_string(kNow - 3540) + ") OR time>" + std::to_string(kNow));
+    const int64_t time = stamp;
+    bare_rollup(src,
+                "SELECT app, port, SUM(uplink), SUM(downlink), group_id FROM avp_base GROUP by "
+                "app, group_id ORDER by (SUM(uplink)+SUM(downlink)) DESC LIMIT 8000",
+                dst,
+                "INSERT INTO avp_all_group_hour(time, app, port, uplink, downlink, group_id) "
+                "VALUES(?, ?, ?, ?, ?, ?)",
+                [&](sqlite3_stmt *r, sql_stmt &s) {
+                    s.bind(1, time);
+                    s.bind_static(2, reinterpret_cast<const char *>(sqlite3_column_text(r, 0)));
+                    for (int c = 1; c < 5; ++c) s.bind(c + 2, sqlite3_column_int64(r, c));
+                    return true;
+                });
+    bare_rollup(src,
+                "SELECT app, port, ap_mac, ssid, SUM(uplink), SUM(downlink), group_id FROM "
+                "avp_base GROUP by ap_mac, app, ssid, group_id LIMIT 80000",
+                dst,
+                "INSERT INTO avp_ap_ssid_hour(time, app, port, ap_mac, ssid, uplink, downlink, "
+                "group_id) VALUES(?, ?, ?, ?, ?, ?, ?, ?)",
+                [&](sqlite3_stmt *r, sql_stmt &s) {
+                    s.bind(1, time);
+                    s.bind_static(2, reinterpret_cast<const char *>(sqlite3_column_text(r, 0)));
+                    for (int c = 1; c < 7; ++c) {
+                        int64_t v = sqlite3_column_int64(r, c);
+                        s.bind(c + 2, c == 4 || c == 5 ? int64_t{static_cast<uint32_t>(v)} : v);
+                    }
+                    return true;
+                });
+    char mac[32];
+    bare_rollup(src,
+                "SELECT client_mac, ap_mac, ssid, SUM(total) FROM avp_base GROUP by client_mac, "
+                "ap_mac ORDER by SUM(total) DESC LIMIT 6000",
+                dst,
+                "INSERT INTO avp_top_client_hour(time, client_mac, ap_mac, ssid, total) "
+                "VALUES(?, ?, ?, ?, ?)",
+                [&](sqlite3_stmt *r, sql_stmt &s) {
+                    const char *m = reinterpret_cast<const char *>(sqlite3_column_text(r, 0));
+                    size_t n = 0;
+                    for (; m && *m && n < sizeof mac - 1; ++m)
+                        if (*m != ':') mac[n++] = *m;
+                    mac[n] = '\0';
+                    if (sqlite3_column_int64(r, 3) == 0) return false;
+                    s.bind(1, time);
+                    s.bind_static(2, mac);
+                    for (int c = 1; c < 4; ++c) s.bind(c + 2, sqlite3_column_int64(r, c));
+                    return true;
+                });
+    bare_exec_txn(src, "DELETE FROM avp_base");
+    return t.seconds();
+}
+
+sqlite3 *open_bare(const std::string &path) {
+    sqlite3 *conn = nullptr;
+    sqlite3_open_v2(path.c_str(), &conn, SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE, nullptr);
+    return conn;
+}
+
+}  // namespace
+
+int main() {
+    bench_root root;
+    tallyd_clock_set(kNow);
+    tallyd_sys_info.platform_class = 2;  // the largest platform and its limits
+    tallyd_sys_info.db_max_size = 300000000;
+    tallyd_sys_info.db_flash_max_size = 300000000;
+    eloop_init(nullptr);
+    tallyd_create_avp_db(&tallyd_db_set);
+    tallyd_create_avp_temp_db(&tallyd_db_set);
+
+    const std::string dir = tallyd_path("/tmp/tallyd");
+    sqlite3 *bare_src = open_bare(dir + "/bare_temp.db");
+    sqlite3 *bare_dst = open_bare(dir + "/bare_main.db");
+    tallyd_create_temp_tables(bare_src);
+    tallyd_set_db_pragmas(bare_dst);
+    tallyd_create_main_tables(bare_dst);
+    if (!tallyd_db_set.db || !tallyd_db_set.temp_db || !bare_src || !bare_dst) {
+        std::fprintf(stderr, "hour_bench: cannot open the databases\n");
+        return 1;
+    }
+
+    const std::vector<base_row> rows = make_rows();
+    double daemon_s = 1e9, bare_s = 1e9;
+    int64_t rss = 0, daemon_out = 0, bare_out = 0;
+    for (int i = 0; i < kRounds; ++i) {
+        fill_base(tallyd_db_set.temp_db, rows);
+        clear_hour_tables(tallyd_db_set.db);
+        bench_peak_rss_reset();
+        bench_timer t;
+        tallyd_pre_handle_hour(nullptr, nullptr);
+        daemon_s = std::min(daemon_s, t.seconds());
+        rss = std::max(rss, bench_peak_rss_kib());
+        daemon_out = hour_rows(tallyd_db_set.db);
+
+        fill_base(bare_src, rows);
+        clear_hour_tables(bare_dst);
+        bare_s = std::min(bare_s, bare_run(bare_src, bare_dst, tallyd_sys_info.hour_stamp));
+        bare_out = hour_rows(bare_dst);
+    }
+    std::printf("hour task: %lld avp_base rows -> %lld bucket rows (bare: %lld)\n",
+                static_cast<long long>(rows.size()), static_cast<long long>(daemon_out),
+                static_cast<long long>(bare_out));
+    int rc = bench_print(
+        {"hour task", static_cast<int64_t>(rows.size()), daemon_s, bare_s, rss, 1.3, 0});
+
+    sqlite3_close_v2(bare_src);
+    sqlite3_close_v2(bare_dst);
+    sql_close(&tallyd_db_set.db);
+    sql_close(&tallyd_db_set.temp_db);
+    eloop_destroy();
+    return rc == 0 && daemon_out == bare_out ? 0 : 1;
+}
