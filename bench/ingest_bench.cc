@@ -1,0 +1,203 @@
+// Flow ingestion against bare SQLite: 1,024 spool files of 50 entries (one
+// report per AP of the largest platform) through the flow task, and the same
+// 51,200 rows inserted by one prepared statement in one transaction into the
+// same avp_base schema. The first run also maps every AP for the first time,
+// which costs one durable repository save per new AP; it is reported apart
+// from the steady state, where the dictionaries already hold every entry.
+
+#include <pb_decode.h>
+#include <sqlite3.h>
+
+#include <algorithm>
+#include <cstdio>
+#include <filesystem>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "base/clock.h"
+#include "base/path.h"
+#include "base/sys_info.h"
+#include "db/db_files.h"
+#include "db/db_set.h"
+#include "db/schema.h"
+#include "db/sql.h"
+#include "entity/dict.h"
+#include "flow/ingest.h"
+#include "flow/ingest_sim.h"
+#include "flow/ingest_writer.h"
+#include "support/bench_util.h"
+
+namespace {
+
+constexpr uint32_t kAps = 1024;
+constexpr uint32_t kEntries = 50;
+constexpr int kSteadyRounds = 5;
+constexpr uint32_t kRunTime = 1700000000;
+
+struct spool_file {
+    std::string name;
+    std::vector<uint8_t> bytes;
+};
+
+// A row as the flow task stores it, kept compact: the reports themselves
+// (35 KB each) are not held, so the peak RSS is mostly the daemon's.
+struct bare_row {
+    std::string app, client_mac, ap_mac, ssid, category;
+    uint32_t port;
+    uint64_t uplink, downlink, total;
+    int32_t ap_id = 0;
+    int32_t ssid_id = 0;
+};
+
+// One report per AP, encoded once; every run writes the same files again.
+std::vector<spool_file> make_files(std::vector<bare_row> *rows) {
+    flow_sim sim({.aps = kAps, .clients = kAps * 8, .ssids = 8, .entries = kEntries, .seed = 7});
+    auto msg = std::make_unique<ArcMessage>();
+    std::vector<spool_file> files;
+    for (uint32_t ap = 0; ap < kAps; ++ap) {
+        sim.report(ap, 1, msg.get());
+        files.push_back({arc_spool_name(sim.ap_mac(ap), 1), arc_encode(*msg)});
+        for (pb_size_t i = 0; i < msg->records_count; ++i) {
+            const ArcFlowRecord &r = msg->records[i];
+            rows->push_back({r.app, r.client_mac, r.ap_mac, r.ssid, r.category, r.port, r.uplink,
+                             r.downlink, r.total});
+        }
+    }
+    return files;
+}
+
+void fill_spool(const std::vector<spool_file> &files) {
+    std::string spool = tallyd_path(TALLYD_SPOOL_DIR);
+    for (const spool_file &f : files) arc_write_file(spool, f.name, f.bytes);
+}
+
+void seed_repository() {
+    std::string dir = tallyd_path(TALLYD_XREPO_DIR);
+    std::filesystem::create_directories(dir);
+    for (const char *list : {"avpap-list", "avpssid-list"}) {
+        if (FILE *f = std::fopen((dir + "/" + list + ".xml").c_str(), "w")) {
+            std::fprintf(f, "<?xml version=\"1.0\"?>\n<%s />\n", list);
+            std::fclose(f);
+        }
+    }
+}
+
+// nanopb's own share of a run: decoding every file from memory.
+double decode_only(const std::vector<spool_file> &files) {
+    auto msg = std::make_unique<ArcMessage>();
+    bench_timer t;
+    for (const spool_file &f : files) {
+        pb_istream_t s = pb_istream_from_buffer(f.bytes.data(), f.bytes.size());
+        pb_decode(&s, ArcMessage_fields, msg.get());
+    }
+    return t.seconds();
+}
+
+int64_t count_rows(sqlite3 *conn) {
+    sql_table t;
+    sql_get_table(conn, "SELECT count(*) FROM avp_base", t);
+    return t.rows() ? t.int_at(0, 0) : 0;
+}
+
+// One daemon run over a freshly filled spool into an empty avp_base.
+double daemon_run(const std::vector<spool_file> &files, int64_t *rows) {
+    sql_exec(tallyd_db_set.temp_db, "DELETE FROM avp_base");
+    fill_spool(files);
+    bench_timer t;
+    tallyd_handle_flow(kRunTime);
+    double s = t.seconds();
+    *rows = count_rows(tallyd_db_set.temp_db);
+    return s;
+}
+
+// The bare cost: the same rows, one prepared statement, one transaction, into
+// an empty avp_base of its own database file beside temp_db.
+double bare_run(sqlite3 *conn, const std::vector<bare_row> &rows) {
+    sql_exec(conn, "DELETE FROM avp_base");
+    bench_timer t;
+    sql_exec(conn, "BEGIN TRANSACTION");
+    sql_stmt s = sql_prepare(conn,
+                             "INSERT INTO avp_base(time, app, port, client_mac, ap_mac, ssid, "
+                             "uplink, downlink, total, category, group_id) "
+                             "VALUES(?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?)");
+    for (const bare_row &b : rows) {
+        s.bind(1, static_cast<int64_t>(kRunTime));
+        s.bind_static(2, b.app);
+        s.bind(3, static_cast<int64_t>(static_cast<int32_t>(b.port)));
+        s.bind_static(4, b.client_mac);
+        s.bind(5, b.ap_id);
+        s.bind(6, b.ssid_id);
+        s.bind_u64(7, b.uplink);
+        s.bind_u64(8, b.downlink);
+        s.bind_u64(9, b.total);
+        s.bind_static(10, b.category);
+        s.bind(11, 1);
+        s.run();
+    }
+    s = sql_stmt();
+    sql_exec(conn, "COMMIT TRANSACTION");
+    return t.seconds();
+}
+
+}  // namespace
+
+int main() {
+    bench_root root;
+    tallyd_clock_set(kRunTime);
+    tallyd_sys_info.ap_max = 1024;  // the largest platform's dictionary sizes
+    tallyd_sys_info.ssid_max = 256;
+    tallyd_sys_info.apgroup_max = 256;
+    tallyd_sys_info.dvcinfo_max = 256;
+    seed_repository();
+    std::filesystem::create_directories(tallyd_path(TALLYD_SPOOL_DIR));
+    tallyd_create_avp_db(&tallyd_db_set);
+    tallyd_create_avp_temp_db(&tallyd_db_set);
+
+    std::string bare_path = root.path() + "/tmp/tallyd/bare.db";
+    sqlite3 *bare = nullptr;
+    sqlite3_open_v2(bare_path.c_str(), &bare, SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE, nullptr);
+    tallyd_create_temp_tables(bare);
+    if (!tallyd_db_set.db || !tallyd_db_set.temp_db || !bare) {
+        std::fprintf(stderr, "ingest_bench: cannot open the databases\n");
+        return 1;
+    }
+
+    std::vector<bare_row> rows;
+    std::vector<spool_file> files = make_files(&rows);
+
+    // First run: every AP and SSID is new to the dictionaries.
+    int64_t first_rows = 0;
+    bench_peak_rss_reset();
+    double first_s = daemon_run(files, &first_rows);
+    int64_t first_rss = bench_peak_rss_kib();
+
+    for (bare_row &b : rows) {
+        b.ap_id = tallyd_avp_ap_lookup_name(b.ap_mac.c_str());
+        b.ssid_id = tallyd_avp_ssid_lookup_name(b.ssid.c_str());
+    }
+    double bare_s = bare_run(bare, rows);
+    bench_print({"ingest first run (new APs saved)", first_rows, first_s, bare_s, first_rss, 0, 0});
+
+    // Steady state: best of several alternating runs of both sides.
+    double steady_s = 1e9;
+    int64_t steady_rows = 0;
+    int64_t rss = 0;
+    for (int i = 0; i < kSteadyRounds; ++i) {
+        bench_peak_rss_reset();
+        steady_s = std::min(steady_s, daemon_run(files, &steady_rows));
+        rss = std::max(rss, bench_peak_rss_kib());
+        bare_s = std::min(bare_s, bare_run(bare, rows));
+    }
+    bench_print({"ingest steady", steady_rows, steady_s, bare_s, rss, 1.5, 0.5});
+    double decode_s = 1e9;
+    for (int i = 0; i < kSteadyRounds; ++i) decode_s = std::min(decode_s, decode_only(files));
+    std::printf("ingest steady: of which nanopb decoding alone %.3fs; bare + decoding %.3fs\n",
+                decode_s, bare_s + decode_s);
+
+    sqlite3_close_v2(bare);
+    sql_close(&tallyd_db_set.db);
+    sql_close(&tallyd_db_set.temp_db);
+    tallyd_dict_reset(&tallyd_sys_info);
+    return 0;
+}
