@@ -1,0 +1,194 @@
+#include "cmd_tables.h"
+
+#include <sqlite3.h>
+
+#include <algorithm>
+#include <cinttypes>
+#include <cstdio>
+#include <ctime>
+#include <filesystem>
+#include <optional>
+#include <string_view>
+#include <vector>
+
+#include "base/path.h"
+
+namespace {
+
+namespace fs = std::filesystem;
+
+struct table_info {
+    std::string name;
+    int64_t rows = -1;              // -1: could not be counted
+    std::optional<int64_t> newest;  // absent: no `time` column or no row
+    std::string error;
+};
+
+struct db_info {
+    std::string file;
+    std::vector<table_info> tables;
+    std::string error;
+};
+
+// Read-only connection, closed on destruction.
+struct ro_db {
+    sqlite3 *conn = nullptr;
+    explicit ro_db(const std::string &path) {
+        sqlite3_open_v2(path.c_str(), &conn, SQLITE_OPEN_READONLY, nullptr);
+        if (conn) sqlite3_busy_timeout(conn, 2000);
+    }
+    ~ro_db() { sqlite3_close_v2(conn); }
+    ro_db(const ro_db &) = delete;
+    ro_db &operator=(const ro_db &) = delete;
+};
+
+// Runs sql and calls row(stmt) per result row; SQLite's message on failure.
+template <typename F>
+std::string query(sqlite3 *conn, const std::string &sql, F row) {
+    sqlite3_stmt *s = nullptr;
+    if (sqlite3_prepare_v2(conn, sql.c_str(), -1, &s, nullptr) != SQLITE_OK)
+        return sqlite3_errmsg(conn);
+    int rc;
+    while ((rc = sqlite3_step(s)) == SQLITE_ROW) row(s);
+    std::string err = rc == SQLITE_DONE ? "" : sqlite3_errmsg(conn);
+    sqlite3_finalize(s);
+    return err;
+}
+
+std::string quoted_name(const std::string &name) {
+    std::string q = "\"";
+    for (char c : name) q += c == '"' ? std::string("\"\"") : std::string(1, c);
+    return q + "\"";
+}
+
+table_info describe_table(sqlite3 *conn, const std::string &name) {
+    table_info t;
+    t.name = name;
+    std::string from = " FROM " + quoted_name(name);
+    t.error = query(conn, "SELECT count(*)" + from,
+                    [&](sqlite3_stmt *s) { t.rows = sqlite3_column_int64(s, 0); });
+    if (!t.error.empty()) return t;
+
+    bool has_time = false;
+    query(conn, "PRAGMA table_info(" + quoted_name(name) + ")", [&](sqlite3_stmt *s) {
+        auto col = reinterpret_cast<const char *>(sqlite3_column_text(s, 1));
+        if (col && std::string_view(col) == "time") has_time = true;
+    });
+    if (has_time) {
+        t.error = query(conn, "SELECT max(time)" + from, [&](sqlite3_stmt *s) {
+            if (sqlite3_column_type(s, 0) != SQLITE_NULL) t.newest = sqlite3_column_int64(s, 0);
+        });
+    }
+    return t;
+}
+
+db_info describe_db(const std::string &file) {
+    db_info d;
+    d.file = file;
+    ro_db db(file);
+    if (!db.conn) {
+        d.error = "cannot open";
+        return d;
+    }
+    std::vector<std::string> names;
+    d.error =
+        query(db.conn, "SELECT name FROM sqlite_master WHERE type='table' ORDER BY name",
+              [&](sqlite3_stmt *s) {
+                  names.emplace_back(reinterpret_cast<const char *>(sqlite3_column_text(s, 0)));
+              });
+    for (const std::string &n : names) d.tables.push_back(describe_table(db.conn, n));
+    return d;
+}
+
+std::vector<std::string> database_files() {
+    std::vector<std::string> files;
+    for (std::string_view dir : {TALLYD_RAM_DIR, TALLYD_FLASH_DIR}) {
+        std::error_code ec;
+        std::vector<std::string> here;
+        for (const auto &e : fs::directory_iterator(tallyd_path(dir), ec)) {
+            if (e.path().extension() == ".db" && e.is_regular_file(ec))
+                here.push_back(e.path().string());
+        }
+        std::sort(here.begin(), here.end());
+        files.insert(files.end(), here.begin(), here.end());
+    }
+    return files;
+}
+
+std::string utc(int64_t t) {
+    time_t tt = static_cast<time_t>(static_cast<uint32_t>(t));
+    tm parts{};
+    gmtime_r(&tt, &parts);
+    char buf[32];
+    std::strftime(buf, sizeof buf, "%Y-%m-%d %H:%M:%S", &parts);
+    return buf;
+}
+
+std::string json_string(std::string_view s) {
+    std::string out = "\"";
+    for (unsigned char c : s) {
+        if (c == '"' || c == '\\') {
+            out += '\\';
+            out += static_cast<char>(c);
+        } else if (c < 0x20) {
+            char esc[8];
+            std::snprintf(esc, sizeof esc, "\\u%04x", c);
+            out += esc;
+        } else {
+            out += static_cast<char>(c);
+        }
+    }
+    return out + "\"";
+}
+
+void print_text(const std::vector<db_info> &dbs, std::string *out) {
+    char line[512];
+    for (const db_info &d : dbs) {
+        *out += d.file + (d.error.empty() ? "" : "  (" + d.error + ")") + "\n";
+        for (const table_info &t : d.tables) {
+            std::string newest =
+                t.newest ? utc(*t.newest) + " UTC (" + std::to_string(*t.newest) + ")" : "-";
+            if (!t.error.empty()) newest = "error: " + t.error;
+            std::snprintf(line, sizeof line, "  %-24s %9" PRId64 "  %s\n", t.name.c_str(), t.rows,
+                          newest.c_str());
+            *out += line;
+        }
+    }
+}
+
+void print_json(const std::vector<db_info> &dbs, std::string *out) {
+    *out += "{\"databases\":[";
+    for (size_t i = 0; i < dbs.size(); ++i) {
+        const db_info &d = dbs[i];
+        *out += (i ? "," : "") + std::string("{\"file\":") + json_string(d.file);
+        if (!d.error.empty()) *out += ",\"error\":" + json_string(d.error);
+        *out += ",\"tables\":[";
+        for (size_t j = 0; j < d.tables.size(); ++j) {
+            const table_info &t = d.tables[j];
+            *out += (j ? "," : "") + std::string("{\"name\":") + json_string(t.name) +
+                    ",\"rows\":" + std::to_string(t.rows) +
+                    ",\"newest_time\":" + (t.newest ? std::to_string(*t.newest) : "null");
+            if (!t.error.empty()) *out += ",\"error\":" + json_string(t.error);
+            *out += "}";
+        }
+        *out += "]}";
+    }
+    *out += "]}\n";
+}
+
+}  // namespace
+
+int tallyctl_print_tables(bool json, std::string *out, std::string *error) {
+    std::vector<db_info> dbs;
+    for (const std::string &f : database_files()) dbs.push_back(describe_db(f));
+    if (json)
+        print_json(dbs, out);
+    else
+        print_text(dbs, out);
+    if (dbs.empty()) {
+        *error = "no database files under " + tallyd_path(TALLYD_RAM_DIR) + " or " +
+                 tallyd_path(TALLYD_FLASH_DIR);
+        return 1;
+    }
+    return 0;
+}
