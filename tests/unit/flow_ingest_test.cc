@@ -20,6 +20,7 @@
 #include "flow/ingest_writer.h"
 #include "flow/tasks.h"
 #include "support/db_corrupt.h"
+#include "support/db_test.h"
 #include "support/test_root.h"
 
 namespace {
@@ -62,10 +63,10 @@ std::vector<ArcFlowRecord> entries(int n, const char *ap) {
     return v;
 }
 
-class flow_ingest_test : public root_test {
+class flow_ingest_test : public db_root_test {
    protected:
     void SetUp() override {
-        root_test::SetUp();
+        db_root_test::SetUp();
         tallyd_sys_info.ap_max = 1024;
         tallyd_sys_info.ssid_max = 256;
         tallyd_sys_info.apgroup_max = 256;
@@ -79,10 +80,8 @@ class flow_ingest_test : public root_test {
     }
 
     void TearDown() override {
-        sql_close(&tallyd_db_set.db);
-        sql_close(&tallyd_db_set.temp_db);
         tallyd_dict_reset(&tallyd_sys_info);
-        root_test::TearDown();
+        db_root_test::TearDown();
     }
 
     std::string spool() const { return path(TALLYD_SPOOL_DIR); }
