@@ -6,6 +6,10 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <string>
+#include <string_view>
+#include <utility>
+#include <vector>
 
 #include "base/wire.h"
 
@@ -26,5 +30,13 @@ inline constexpr size_t kStat0aRecordSize = 40;
 // Fields of one record, offsets within the record.
 inline constexpr wire_field kStat0aApMac{"ap_mac", 0, 36, wire_kind::text};
 inline constexpr wire_field kStat0aValue{"value", 36, 4, wire_kind::be32};
+
+// Builders of whole messages (for tallyctl and tests). The 12 header bytes
+// are left zero for the sender to fill in; the message is as long as its
+// fields need.
+std::vector<uint8_t> build_set_hostname(std::string_view mac, std::string_view name);
+std::vector<uint8_t> build_arc(uint32_t value);
+// One record per (AP MAC, value) pair, the count set to the number of pairs.
+std::vector<uint8_t> build_stat_0a(const std::vector<std::pair<std::string, uint32_t>> &records);
 
 }  // namespace entity_wire

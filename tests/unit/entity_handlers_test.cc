@@ -75,11 +75,14 @@ class EntityHandlers : public root_test {
         return out;
     }
 
+    // Through the builder tallyctl uses; a MAC of 32 characters or more is
+    // written by hand to leave its field without the terminating zero.
     void set_hostname(std::string_view mac, std::string_view name) {
-        message m(0x0300005c);
-        m.text(kHostnameMac.offset, mac.substr(0, kHostnameMac.width));
-        m.text(kHostnameNameOffset, name);
-        tallyd_handle_set_sta_hostname(m.whole());
+        std::vector<uint8_t> m = build_set_hostname(mac, name);
+        if (mac.size() >= kHostnameMac.width)
+            std::memcpy(m.data() + kHostnameMac.offset, mac.data(), kHostnameMac.width);
+        m.resize(8192);
+        tallyd_handle_set_sta_hostname(m);
     }
 
     static std::string values() {
@@ -152,10 +155,10 @@ TEST_F(EntityHandlers, ArcSwitchAndItsFiles) {
     for (const char *f : {"arc_app.db", "search.db", "avp_1.0.db", "ARC.txt", "x.arc"})
         write_file(std::string("/tmp/tallyd/") + f, "x");
 
-    auto arc = [this](uint32_t v) {
-        message m(0x0300005d);
-        m.u32(kArcValue.offset, v);
-        tallyd_handle_arc_qpx_interface(m.whole());
+    auto arc = [](uint32_t v) {
+        std::vector<uint8_t> m = build_arc(v);
+        m.resize(8192);  // the receive buffer, zero past the message
+        tallyd_handle_arc_qpx_interface(m);
         return tallyd_sys_info.qpx_push;
     };
     EXPECT_EQ(1, arc(2));  // enabled, but traced as disabled: kept as it always was
@@ -196,13 +199,10 @@ TEST_F(EntityHandlers, PerApValuesStayInsideTheMessage) {
         m.u32(off + kStat0aValue.offset, value);
     };
     tallyd_avp_ap_mapping("known");  // id 1
-    message m(0x1200000a);
-    m.u32(kStat0aCount.offset, 4);
-    record(m, 0, "known", 10);
-    record(m, 1, "skipped", 0);
-    record(m, 2, "fresh", 20);
-    record(m, 3, "known", 30);  // same slot: the later value wins
-    tallyd_handle_stat_0a(m.whole());
+    // Later values of the same slot win.
+    std::vector<uint8_t> m =
+        build_stat_0a({{"known", 10}, {"skipped", 0}, {"fresh", 20}, {"known", 30}});
+    tallyd_handle_stat_0a(m);
     EXPECT_EQ("1=30 2=20 ", values());
     EXPECT_EQ(0, tallyd_avp_ap_lookup_name("skipped"));
     EXPECT_EQ(2, tallyd_avp_ap_lookup_name("fresh"));
@@ -239,7 +239,7 @@ TEST_F(EntityHandlers, PerApValuesStayInsideTheMessage) {
 
     // A mapping that fails ends the message.
     tallyd_sys_info.ap_max = 0;
-    tallyd_handle_stat_0a(m.whole());
+    tallyd_handle_stat_0a(m);
     EXPECT_EQ("", values());
     EXPECT_EQ(1, log_count("tallyd, failed to add ap node"));
 }
