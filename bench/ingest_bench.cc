@@ -24,52 +24,25 @@
 #include "db/sql.h"
 #include "entity/dict.h"
 #include "flow/ingest.h"
-#include "flow/ingest_sim.h"
 #include "flow/ingest_writer.h"
 #include "support/bench_util.h"
+#include "support/flow_workload.h"
 
 namespace {
 
-constexpr uint32_t kAps = 1024;
-constexpr uint32_t kEntries = 50;
 constexpr int kSteadyRounds = 5;
 constexpr uint32_t kRunTime = 1700000000;
 
-struct spool_file {
-    std::string name;
-    std::vector<uint8_t> bytes;
-};
-
-// A row as the flow task stores it, kept compact: the reports themselves
-// (35 KB each) are not held, so the peak RSS is mostly the daemon's.
+// A workload row with the ids the flow task gave its AP and SSID.
 struct bare_row {
-    std::string app, client_mac, ap_mac, ssid, category;
-    uint32_t port;
-    uint64_t uplink, downlink, total;
-    int32_t ap_id = 0;
-    int32_t ssid_id = 0;
+    const bench_flow_row *flow;
+    int32_t ap_id;
+    int32_t ssid_id;
 };
 
-// One report per AP, encoded once; every run writes the same files again.
-std::vector<spool_file> make_files(std::vector<bare_row> *rows) {
-    flow_sim sim({.aps = kAps, .clients = kAps * 8, .ssids = 8, .entries = kEntries, .seed = 7});
-    auto msg = std::make_unique<ArcMessage>();
-    std::vector<spool_file> files;
-    for (uint32_t ap = 0; ap < kAps; ++ap) {
-        sim.report(ap, 1, msg.get());
-        files.push_back({arc_spool_name(sim.ap_mac(ap), 1), arc_encode(*msg)});
-        for (pb_size_t i = 0; i < msg->records_count; ++i) {
-            const ArcFlowRecord &r = msg->records[i];
-            rows->push_back({r.app, r.client_mac, r.ap_mac, r.ssid, r.category, r.port, r.uplink,
-                             r.downlink, r.total});
-        }
-    }
-    return files;
-}
-
-void fill_spool(const std::vector<spool_file> &files) {
+void fill_spool(const std::vector<bench_spool_file> &files) {
     std::string spool = tallyd_path(TALLYD_SPOOL_DIR);
-    for (const spool_file &f : files) arc_write_file(spool, f.name, f.bytes);
+    for (const bench_spool_file &f : files) arc_write_file(spool, f.name, f.bytes);
 }
 
 void seed_repository() {
@@ -84,10 +57,10 @@ void seed_repository() {
 }
 
 // nanopb's own share of a run: decoding every file from memory.
-double decode_only(const std::vector<spool_file> &files) {
+double decode_only(const std::vector<bench_spool_file> &files) {
     auto msg = std::make_unique<ArcMessage>();
     bench_timer t;
-    for (const spool_file &f : files) {
+    for (const bench_spool_file &f : files) {
         pb_istream_t s = pb_istream_from_buffer(f.bytes.data(), f.bytes.size());
         pb_decode(&s, ArcMessage_fields, msg.get());
     }
@@ -101,7 +74,7 @@ int64_t count_rows(sqlite3 *conn) {
 }
 
 // One daemon run over a freshly filled spool into an empty avp_base.
-double daemon_run(const std::vector<spool_file> &files, int64_t *rows) {
+double daemon_run(const std::vector<bench_spool_file> &files, int64_t *rows) {
     sql_exec(tallyd_db_set.temp_db, "DELETE FROM avp_base");
     fill_spool(files);
     bench_timer t;
@@ -121,13 +94,14 @@ double bare_run(sqlite3 *conn, const std::vector<bare_row> &rows) {
                              "INSERT INTO avp_base(time, app, port, client_mac, ap_mac, ssid, "
                              "uplink, downlink, total, category, group_id) "
                              "VALUES(?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?)");
-    for (const bare_row &b : rows) {
+    for (const bare_row &row : rows) {
+        const bench_flow_row &b = *row.flow;
         s.bind(1, static_cast<int64_t>(kRunTime));
         s.bind_static(2, b.app);
         s.bind(3, static_cast<int64_t>(static_cast<int32_t>(b.port)));
         s.bind_static(4, b.client_mac);
-        s.bind(5, b.ap_id);
-        s.bind(6, b.ssid_id);
+        s.bind(5, row.ap_id);
+        s.bind(6, row.ssid_id);
         s.bind_u64(7, b.uplink);
         s.bind_u64(8, b.downlink);
         s.bind_u64(9, b.total);
@@ -163,8 +137,9 @@ int main() {
         return 1;
     }
 
-    std::vector<bare_row> rows;
-    std::vector<spool_file> files = make_files(&rows);
+    std::vector<bench_flow_row> flows;
+    std::vector<bench_spool_file> files;
+    bench_flow_workload(&flows, &files);
 
     // First run: every AP and SSID is new to the dictionaries.
     int64_t first_rows = 0;
@@ -172,10 +147,10 @@ int main() {
     double first_s = daemon_run(files, &first_rows);
     int64_t first_rss = bench_peak_rss_kib();
 
-    for (bare_row &b : rows) {
-        b.ap_id = tallyd_avp_ap_lookup_name(b.ap_mac.c_str());
-        b.ssid_id = tallyd_avp_ssid_lookup_name(b.ssid.c_str());
-    }
+    std::vector<bare_row> rows;
+    for (const bench_flow_row &f : flows)
+        rows.push_back({&f, tallyd_avp_ap_lookup_name(f.ap_mac.c_str()),
+                        tallyd_avp_ssid_lookup_name(f.ssid.c_str())});
     double bare_s = bare_run(bare, rows);
     bench_print({"ingest first run (new APs saved)", first_rows, first_s, bare_s, first_rss, 0, 0});
 
