@@ -3,6 +3,7 @@
 
 #include "base/log.h"
 #include "entity/dict_table.h"
+#include "entity/text.h"
 #include "platform/xrepo.h"
 
 namespace {
@@ -198,4 +199,25 @@ void tallyd_dict_reset(tallyd_sys_info_t *info) {
         dict_clear(*k, info, k->capacity);
         info->*k->last_id = 0;
     }
+}
+
+int tallyd_dict_read_stored(std::string_view name, std::vector<tallyd_dict_stored> *out) {
+    static const std::pair<std::string_view, const dict_kind *> kinds[] = {
+        {"ap", &kAp}, {"ssid", &kSsid}, {"apgroup", &kApgroup}, {"dvcinfo", &kDvcinfo}};
+    const dict_kind *k = nullptr;
+    for (const auto &[n, kind] : kinds)
+        if (n == name) k = kind;
+    if (!k) return -2;
+    xconf_ptr list(xGetConfImpl("tallyd_dict_read_stored", __LINE__, k->list, 0));
+    if (!list) return -1;
+    out->clear();
+    const uint32_t size = static_cast<uint32_t>(k->capacity);
+    for (xnode *c = xGetFirstChild(list.get()); c; c = xGetNextSibling(c)) {
+        int32_t counter = xGetAttrInt(c, "id", 0);
+        const char *key = xGetAttrString(c, k->key_attr, "");
+        uint32_t id = static_cast<uint32_t>(counter);
+        if (k->composed_id && id) id = id * size + tallyd_str_hash(key) % size;
+        out->push_back({id, counter, key});
+    }
+    return 0;
 }

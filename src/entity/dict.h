@@ -8,6 +8,9 @@
 #pragma once
 
 #include <cstdint>
+#include <string>
+#include <string_view>
+#include <vector>
 
 #include "base/sys_info.h"
 
@@ -57,3 +60,17 @@ void tallyd_load_dictionaries(tallyd_sys_info_t *info);
 // Releases every entry of the four dictionaries and clears their counters
 // (tests; the daemon keeps its entries for the life of the process).
 void tallyd_dict_reset(tallyd_sys_info_t *info);
+
+// One entry of a dictionary as its repository list holds it (for tools).
+struct tallyd_dict_stored {
+    uint32_t id;      // the id the daemon gives it after a reload (0: skipped)
+    int32_t counter;  // the list's "id" attribute
+    std::string key;
+};
+
+// Reads the list of dictionary name ("ap", "ssid", "apgroup", "dvcinfo") in
+// document order, without touching the in-memory dictionaries. AP group and
+// device-info ids are composed with their table size of 256 (the same on
+// every platform). 0; -1 when the list is absent or malformed; -2 for an
+// unknown name.
+int tallyd_dict_read_stored(std::string_view name, std::vector<tallyd_dict_stored> *out);

@@ -105,6 +105,15 @@ TEST_F(Dict, GroupAndDeviceIdsNameTheirBucket) {
     const int32_t grp = static_cast<int32_t>(tallyd_str_hash("floor 2") % 256);
     EXPECT_EQ(256 + grp, tallyd_avp_apgroup_mapping("floor 2"));
 
+    // What tools read from the list is what the daemon hands out.
+    std::vector<tallyd_dict_stored> stored_entries;
+    ASSERT_EQ(0, tallyd_dict_read_stored("dvcinfo", &stored_entries));
+    ASSERT_EQ(2u, stored_entries.size());
+    EXPECT_EQ(static_cast<uint32_t>(2 * 256 + tablet), stored_entries[1].id);
+    EXPECT_EQ(2, stored_entries[1].counter);
+    EXPECT_EQ("tablet", stored_entries[1].key);
+    EXPECT_EQ(-2, tallyd_dict_read_stored("vendor", &stored_entries));
+
     restart();
     EXPECT_EQ(256 + phone, tallyd_avp_dvcinfo_lookup_name("phone"));
     EXPECT_STREQ("tablet", tallyd_avp_dvcinfo_lookup_id(2 * 256 + tablet));
@@ -175,6 +184,8 @@ TEST_F(Dict, MissingOrMalformedListKeepsNewIdsInMemoryOnly) {
     EXPECT_EQ(1, tallyd_avp_ap_lookup_name("a"));
     EXPECT_FALSE(exists(std::string(kXrepo) + "avpap-list.xml"));
     EXPECT_EQ(0, log_count("tallyd"));
+    std::vector<tallyd_dict_stored> entries;
+    EXPECT_EQ(-1, tallyd_dict_read_stored("ap", &entries));
 
     const std::string broken = "<avpssid-list><avpssid id=\"1\" ssid=\"x\">";
     write_file(std::string(kXrepo) + "avpssid-list.xml", broken);
