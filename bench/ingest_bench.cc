@@ -33,13 +33,6 @@ namespace {
 constexpr int kSteadyRounds = 5;
 constexpr uint32_t kRunTime = 1700000000;
 
-// A workload row with the ids the flow task gave its AP and SSID.
-struct bare_row {
-    const bench_flow_row *flow;
-    int32_t ap_id;
-    int32_t ssid_id;
-};
-
 void fill_spool(const std::vector<bench_spool_file> &files) {
     std::string spool = tallyd_path(TALLYD_SPOOL_DIR);
     for (const bench_spool_file &f : files) arc_write_file(spool, f.name, f.bytes);
@@ -86,31 +79,10 @@ double daemon_run(const std::vector<bench_spool_file> &files, int64_t *rows) {
 
 // The bare cost: the same rows, one prepared statement, one transaction, into
 // an empty avp_base of its own database file beside temp_db.
-double bare_run(sqlite3 *conn, const std::vector<bare_row> &rows) {
+double bare_run(sqlite3 *conn, const std::vector<bench_base_row> &rows) {
     sql_exec(conn, "DELETE FROM avp_base");
     bench_timer t;
-    sql_exec(conn, "BEGIN TRANSACTION");
-    sql_stmt s = sql_prepare(conn,
-                             "INSERT INTO avp_base(time, app, port, client_mac, ap_mac, ssid, "
-                             "uplink, downlink, total, category, group_id) "
-                             "VALUES(?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?)");
-    for (const bare_row &row : rows) {
-        const bench_flow_row &b = *row.flow;
-        s.bind(1, static_cast<int64_t>(kRunTime));
-        s.bind_static(2, b.app);
-        s.bind(3, static_cast<int64_t>(static_cast<int32_t>(b.port)));
-        s.bind_static(4, b.client_mac);
-        s.bind(5, row.ap_id);
-        s.bind(6, row.ssid_id);
-        s.bind_u64(7, b.uplink);
-        s.bind_u64(8, b.downlink);
-        s.bind_u64(9, b.total);
-        s.bind_static(10, b.category);
-        s.bind(11, 1);
-        s.run();
-    }
-    s = sql_stmt();
-    sql_exec(conn, "COMMIT TRANSACTION");
+    bench_insert_avp_base(conn, rows, kRunTime);
     return t.seconds();
 }
 
@@ -147,10 +119,10 @@ int main() {
     double first_s = daemon_run(files, &first_rows);
     int64_t first_rss = bench_peak_rss_kib();
 
-    std::vector<bare_row> rows;
+    std::vector<bench_base_row> rows;
     for (const bench_flow_row &f : flows)
         rows.push_back({&f, tallyd_avp_ap_lookup_name(f.ap_mac.c_str()),
-                        tallyd_avp_ssid_lookup_name(f.ssid.c_str())});
+                        tallyd_avp_ssid_lookup_name(f.ssid.c_str()), 1});
     double bare_s = bare_run(bare, rows);
     bench_print({"ingest first run (new APs saved)", first_rows, first_s, bare_s, first_rss, 0, 0});
 

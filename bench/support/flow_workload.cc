@@ -2,6 +2,7 @@
 
 #include <memory>
 
+#include "db/sql.h"
 #include "flow/ingest_sim.h"
 #include "flow/ingest_writer.h"
 
@@ -23,4 +24,30 @@ void bench_flow_workload(std::vector<bench_flow_row> *rows, std::vector<bench_sp
                              r.uplink, r.downlink, r.total});
         }
     }
+}
+
+void bench_insert_avp_base(sqlite3 *conn, const std::vector<bench_base_row> &rows, uint32_t time) {
+    sql_exec(conn, "DELETE FROM avp_base");
+    sql_exec(conn, "BEGIN TRANSACTION");
+    sql_stmt s = sql_prepare(conn,
+                             "INSERT INTO avp_base(time, app, port, client_mac, ap_mac, ssid, "
+                             "uplink, downlink, total, category, group_id) "
+                             "VALUES(?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?)");
+    for (const bench_base_row &row : rows) {
+        const bench_flow_row &f = *row.flow;
+        s.bind(1, int64_t{time});
+        s.bind_static(2, f.app);
+        s.bind(3, int64_t{static_cast<int32_t>(f.port)});  // "%d" of the port
+        s.bind_static(4, f.client_mac);
+        s.bind(5, row.ap_id);
+        s.bind(6, row.ssid_id);
+        s.bind_u64(7, f.uplink);
+        s.bind_u64(8, f.downlink);
+        s.bind_u64(9, f.total);
+        s.bind_static(10, f.category);
+        s.bind(11, row.group_id);
+        s.run();
+    }
+    s = sql_stmt();
+    sql_exec(conn, "COMMIT TRANSACTION");
 }

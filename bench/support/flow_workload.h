@@ -3,6 +3,8 @@
 // seed, as compact rows and (optionally) as encoded spool files.
 #pragma once
 
+#include <sqlite3.h>
+
 #include <cstdint>
 #include <string>
 #include <vector>
@@ -26,3 +28,16 @@ struct bench_spool_file {
 // Fills *rows (51,200 entries) and, when files is not null, one encoded
 // spool file per AP.
 void bench_flow_workload(std::vector<bench_flow_row> *rows, std::vector<bench_spool_file> *files);
+
+// A workload row with the ids avp_base holds for it.
+struct bench_base_row {
+    const bench_flow_row *flow;
+    int32_t ap_id;
+    int32_t ssid_id;
+    int32_t group_id;
+};
+
+// Empties avp_base of conn, then inserts rows with `time` as the flow task
+// stores them: one prepared statement, one transaction (the bare cost of
+// ingestion, and the input of the rollup benchmarks).
+void bench_insert_avp_base(sqlite3 *conn, const std::vector<bench_base_row> &rows, uint32_t time);
