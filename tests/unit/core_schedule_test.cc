@@ -3,7 +3,10 @@
 #include <gtest/gtest.h>
 
 #include "core/schedule.h"
+#include "db/db_set.h"
 #include "db/sql.h"
+#include "eloop/eloop.h"
+#include "flow/tasks.h"
 #include "support/test_root.h"
 
 namespace {
@@ -79,6 +82,33 @@ TEST_F(schedule_test, NothingStoredOrNothingToAsk) {
     EXPECT_EQ(tallyd_get_remanent_time(TALLYD_PERIOD_DAY, conn_, "missing"), 7217);
     EXPECT_TRUE(logged(LOG_ERR, "tallyd, get remanent aErrMsg = no such table: missing\n"))
         << log_dump();
+}
+
+void stop_loop(void *, void *) {
+    eloop_terminate();
+}
+
+TEST_F(schedule_test, TasksWhoseDatabaseIsClosedRunInTheFirstPasses) {
+    // No database open: the rollups get a first delay of -1, which is kept and
+    // makes them fire at once; each re-arms, except the statistics purge,
+    // which ends itself without statistic_db. The flow task waits its 59 s.
+    ASSERT_EQ(tallyd_db_set.db, nullptr);
+    ASSERT_EQ(tallyd_db_set.statistic_db, nullptr);
+    eloop_init(nullptr);
+    EXPECT_EQ(tallyd_register_eloop_timer(), 0);
+    eloop_register_timeout(0, 0, stop_loop, nullptr, nullptr);
+    eloop_run();
+
+    auto pending = [](eloop_timeout_handler h) {
+        return eloop_cancel_timeout(h, ELOOP_ALL_CTX, ELOOP_ALL_CTX);
+    };
+    EXPECT_EQ(pending(stop_loop), 0);
+    EXPECT_EQ(pending(tallyd_pre_handle_statis), 0);
+    EXPECT_EQ(pending(tallyd_pre_handle_flow), 1);
+    EXPECT_EQ(pending(tallyd_pre_handle_hour), 1);
+    EXPECT_EQ(pending(tallyd_pre_backup_day), 1);
+    EXPECT_EQ(pending(tallyd_pre_handle_day), 1);
+    eloop_destroy();
 }
 
 }  // namespace
