@@ -35,11 +35,14 @@ constexpr const char *kUsage =
     "  --every T       write a round every T seconds of daemon time (honours\n"
     "                  TALLYD_TIME_SCALE); without it one round is written\n"
     "  --rounds R      with --every: stop after R rounds (default: run until killed)\n"
+    "  --round N       number of the first round, used in the file names (default 1);\n"
+    "                  give later one-shot runs higher numbers so that files the\n"
+    "                  daemon has not read yet are not replaced\n"
     "  --bad KIND      write one malformed file for the first AP instead:\n"
     "                  too-many (51 entries), missing-field (an entry without its\n"
     "                  port), oversize (an application name of 64 characters),\n"
     "                  truncated (the file ends inside an entry), no-colon (a valid\n"
-    "                  file whose name has no colon)\n"
+    "                  file whose name has no colon); named <ap mac>-<N + 900 + kind>\n"
     "  --quiet         print nothing\n"
     "  --help          this text\n";
 
@@ -47,6 +50,7 @@ struct options {
     flow_sim_config sim;
     uint32_t every = 0;
     uint32_t rounds = 0;  // 0: forever (with --every)
+    uint32_t first_round = 1;
     arc_bad bad = arc_bad::none;
     bool quiet = false;
 };
@@ -97,6 +101,8 @@ int parse(int argc, char **argv, options *o) {
             ok = parse_u32(v, 1, 86400, &o->every);
         } else if (a == "--rounds") {
             ok = parse_u32(v, 1, UINT32_MAX, &o->rounds);
+        } else if (a == "--round") {
+            ok = parse_u32(v, 0, UINT32_MAX / 2, &o->first_round);
         } else if (a == "--bad") {
             ok = v && arc_bad_parse(v, &o->bad);
         } else {
@@ -149,14 +155,17 @@ int main(int argc, char **argv) {
     flow_sim sim(o.sim);
 
     if (o.bad != arc_bad::none) {
-        rc = write_report(sim, msg.get(), spool, 0, 1, o.bad);
+        // Each kind has a number of its own: several bad files can wait side by side.
+        uint32_t n = o.first_round + 900 + static_cast<uint32_t>(o.bad);
+        rc = write_report(sim, msg.get(), spool, 0, n, o.bad);
         if (rc == 0 && !o.quiet) std::printf("tallyd-flowgen: wrote 1 malformed file\n");
         return rc == 0 ? 0 : 1;
     }
 
     uint32_t rounds = o.every ? o.rounds : 1;
-    for (uint32_t round = 1; rounds == 0 || round <= rounds; ++round) {
-        if (round > 1) wait_daemon_seconds(o.every);
+    for (uint32_t i = 0; rounds == 0 || i < rounds; ++i) {
+        uint32_t round = o.first_round + i;
+        if (i > 0) wait_daemon_seconds(o.every);
         for (uint32_t ap = 0; ap < sim.config().aps; ++ap) {
             if (write_report(sim, msg.get(), spool, ap, round, arc_bad::none) != 0) return 1;
         }
