@@ -10,7 +10,6 @@
 #include <algorithm>
 #include <cstdio>
 #include <map>
-#include <memory>
 #include <string>
 #include <vector>
 
@@ -22,65 +21,26 @@
 #include "db/schema.h"
 #include "db/sql.h"
 #include "eloop/eloop.h"
-#include "flow/ingest_sim.h"
 #include "flow/tasks.h"
 #include "support/bench_util.h"
+#include "support/flow_workload.h"
 
 namespace {
 
-constexpr uint32_t kAps = 1024;
-constexpr uint32_t kEntries = 50;
 constexpr int kRounds = 5;
 constexpr uint32_t kNow = 1700000000;
 
-struct base_row {
-    std::string app, client_mac, category;
-    uint32_t port;
-    int32_t ap_id, ssid_id, group_id;
-    uint64_t uplink, downlink, total;
-};
-
-std::vector<base_row> make_rows() {
-    flow_sim sim({.aps = kAps, .clients = kAps * 8, .ssids = 8, .entries = kEntries, .seed = 7});
-    auto msg = std::make_unique<ArcMessage>();
+// The ids avp_base holds for the workload: APs numbered from 1, SSIDs in
+// order of appearance, sixteen AP groups.
+std::vector<bench_base_row> base_rows(const std::vector<bench_flow_row> &flows) {
     std::map<std::string, int32_t> ssid_ids;
-    std::vector<base_row> rows;
-    for (uint32_t ap = 0; ap < kAps; ++ap) {
-        sim.report(ap, 1, msg.get());
-        for (pb_size_t i = 0; i < msg->records_count; ++i) {
-            const ArcFlowRecord &r = msg->records[i];
-            int32_t ssid = ssid_ids.emplace(r.ssid, ssid_ids.size() + 1).first->second;
-            rows.push_back({r.app, r.client_mac, r.category, r.port, static_cast<int32_t>(ap + 1),
-                            ssid, static_cast<int32_t>(1 + ap % 16), r.uplink, r.downlink,
-                            r.total});
-        }
+    std::vector<bench_base_row> rows;
+    for (const bench_flow_row &f : flows) {
+        const int32_t ssid = ssid_ids.emplace(f.ssid, ssid_ids.size() + 1).first->second;
+        rows.push_back(
+            {&f, static_cast<int32_t>(f.ap + 1), ssid, static_cast<int32_t>(1 + f.ap % 16)});
     }
     return rows;
-}
-
-void fill_base(sqlite3 *conn, const std::vector<base_row> &rows) {
-    sql_exec(conn, "DELETE FROM avp_base");
-    sql_exec(conn, "BEGIN TRANSACTION");
-    sql_stmt s = sql_prepare(conn,
-                             "INSERT INTO avp_base(time, app, port, client_mac, ap_mac, ssid, "
-                             "uplink, downlink, total, category, group_id) "
-                             "VALUES(?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?)");
-    for (const base_row &b : rows) {
-        s.bind(1, int64_t{kNow});
-        s.bind_static(2, b.app);
-        s.bind(3, int64_t{b.port});
-        s.bind_static(4, b.client_mac);
-        s.bind(5, b.ap_id);
-        s.bind(6, b.ssid_id);
-        s.bind_u64(7, b.uplink);
-        s.bind_u64(8, b.downlink);
-        s.bind_u64(9, b.total);
-        s.bind_static(10, b.category);
-        s.bind(11, b.group_id);
-        s.run();
-    }
-    s = sql_stmt();
-    sql_exec(conn, "COMMIT TRANSACTION");
 }
 
 constexpr const char *kHourTables[] = {"avp_top_client_hour", "avp_ap_ssid_hour",
@@ -205,11 +165,13 @@ int main() {
         return 1;
     }
 
-    const std::vector<base_row> rows = make_rows();
+    std::vector<bench_flow_row> flows;
+    bench_flow_workload(&flows, nullptr);
+    const std::vector<bench_base_row> rows = base_rows(flows);
     double daemon_s = 1e9, bare_s = 1e9;
     int64_t rss = 0, daemon_out = 0, bare_out = 0;
     for (int i = 0; i < kRounds; ++i) {
-        fill_base(tallyd_db_set.temp_db, rows);
+        bench_insert_avp_base(tallyd_db_set.temp_db, rows, kNow);
         clear_hour_tables(tallyd_db_set.db);
         bench_peak_rss_reset();
         bench_timer t;
@@ -218,7 +180,7 @@ int main() {
         rss = std::max(rss, bench_peak_rss_kib());
         daemon_out = hour_rows(tallyd_db_set.db);
 
-        fill_base(bare_src, rows);
+        bench_insert_avp_base(bare_src, rows, kNow);
         clear_hour_tables(bare_dst);
         bare_s = std::min(bare_s, bare_run(bare_src, bare_dst, tallyd_sys_info.hour_stamp));
         bare_out = hour_rows(bare_dst);

@@ -72,12 +72,8 @@ int insert_row(ssid_run &run, const sql_table &rows, int r, rollup_quoted &app) 
     sql_error err;
     if (!run.insert) run.insert = rollup_stmt(run.dst, kInsert, run.dst_table, &err);
     if (run.insert) {
-        if (app.set(rows.at(r, 0), 128))
-            tallyd_log(LOG_DEBUG, "tallyd, avp_ap_ssid escaped app = %s", app.sql());
         sql_stmt &s = *run.insert;
-        s.bind(1, int64_t{run.stamp});
-        s.bind_static(2, app.value());
-        s.bind(3, int64_t{rows.int_at(r, 1)});
+        rollup_bind_app(s, app, run.stamp, rows.at(r, 0), rows.int_at(r, 1));
         s.bind(4, int64_t{rows.int_at(r, 2)});
         s.bind_u64(5, rows.u64_at(r, 3));
         s.bind_u64(6, rows.u64_at(r, 4));

@@ -16,12 +16,6 @@ uint32_t range_start(int32_t mode, uint32_t stamp) {
     return mode == TALLYD_MODE_BACKUP ? stamp - kBackupSpan : 0;
 }
 
-// Copies an application name for its literal and logs when it was escaped.
-void quote_app(rollup_quoted &app, const char *text) {
-    if (app.set(text, 128))
-        tallyd_log(LOG_DEBUG, "tallyd, avp_ap_ssid escaped app = %s", app.sql());
-}
-
 constexpr auto keep_all = [](const sql_table &, int) { return true; };
 
 // --- per application and AP group -----------------------------------------
@@ -85,10 +79,7 @@ int tallyd_pre_handle_avp_app_all(int32_t, const char *src_table, const char *ds
                   rollup_class_limit(4000, 8000, 2000, 800));
     rollup_quoted app;
     auto bind = [&](const sql_table &rows, int r, sql_stmt &s) {
-        quote_app(app, rows.at(r, 0));
-        s.bind(1, int64_t{stamp});
-        s.bind_static(2, app.value());
-        s.bind(3, int64_t{rows.int_at(r, 1)});
+        rollup_bind_app(s, app, stamp, rows.at(r, 0), rows.int_at(r, 1));
         s.bind_u64(4, rows.u64_at(r, 2));
         s.bind_u64(5, rows.u64_at(r, 3));
         s.bind(6, int64_t{rows.int_at(r, 4)});
@@ -109,10 +100,7 @@ int tallyd_pre_handle_avp_ap_ssid(int32_t mode, const char *src_table, const cha
                       static_cast<unsigned long>(stamp), 2 * limit);
     rollup_quoted app;
     auto bind = [&](const sql_table &rows, int r, sql_stmt &s) {
-        quote_app(app, rows.at(r, 0));
-        s.bind(1, int64_t{stamp});
-        s.bind_static(2, app.value());
-        s.bind(3, int64_t{rows.int_at(r, 1)});
+        rollup_bind_app(s, app, stamp, rows.at(r, 0), rows.int_at(r, 1));
         s.bind(4, int64_t{rows.int_at(r, 2)});
         s.bind(5, int64_t{rows.int_at(r, 3)});
         // Printed with "%lu" on the device: the sums keep their low 32 bits.

@@ -5,6 +5,7 @@
 #include <string>
 #include <unordered_set>
 
+#include "base/log.h"
 #include "entity/text.h"
 
 sql_stmt *rollup_stmt(sqlite3 *conn, const char *fmt, const char *table, sql_error *err) {
@@ -25,4 +26,13 @@ bool rollup_quoted::set(const char *text, int32_t size) {
     if (quoted) tallyd_sql_escape(sql_, size);
     value_ = sql_literal_value(sql_, plain_, sizeof(plain_));
     return quoted;
+}
+
+void rollup_bind_app(sql_stmt &stmt, rollup_quoted &app, uint32_t stamp, const char *name,
+                     int32_t port) {
+    if (app.set(name, 128))
+        tallyd_log(LOG_DEBUG, "tallyd, avp_ap_ssid escaped app = %s", app.sql());
+    stmt.bind(1, int64_t{stamp});
+    stmt.bind_static(2, app.value());
+    stmt.bind(3, int64_t{port});
 }

@@ -42,3 +42,10 @@ class rollup_quoted {
     char plain_[kMax] = {};
     std::string_view value_;
 };
+
+// Binds the leading (time, app, port) of an application row: the stamp, the
+// application name quoted into a 128-byte buffer (its escape logged as
+// "tallyd, avp_ap_ssid escaped app = %s", the text three rollups share) and
+// the port as "%d" stores it. app must outlive the statement's run.
+void rollup_bind_app(sql_stmt &stmt, rollup_quoted &app, uint32_t stamp, const char *name,
+                     int32_t port);
