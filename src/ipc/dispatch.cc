@@ -1,0 +1,160 @@
+#include "ipc/dispatch.h"
+
+#include <sys/socket.h>
+#include <sys/un.h>
+#include <unistd.h>
+
+#include <cstdio>
+#include <cstring>
+#include <string>
+
+#include "base/log.h"
+#include "base/path.h"
+#include "base/sys_info.h"
+#include "eloop/eloop.h"
+#include "ipc/msg_layout.h"
+#include "ipc/reply.h"
+#include "ipc/unix_server.h"
+
+namespace {
+
+// The control socket's buffer is process-wide; the statistics socket reads
+// into one of its own (it stands in for the platform's message buffers).
+uint8_t ctrl_buf[TALLYD_RECV_BUF_SIZE];
+uint8_t stat_buf[TALLYD_RECV_BUF_SIZE];
+
+uint8_t module_of(std::span<const uint8_t> msg) {
+    return wire_u8(msg, TALLYD_HDR_MODULE.offset);
+}
+uint32_t id_of(std::span<const uint8_t> msg) {
+    return wire_be32(msg, TALLYD_HDR_MSG_ID.offset);
+}
+
+// Receives one datagram into buf (at most its size - 1 bytes) and zeroes the
+// rest, so handlers reading past a short message see zeros only.
+int32_t receive(int sock, std::span<uint8_t> buf, sockaddr_un *from, socklen_t *from_len) {
+    ssize_t n =
+        recvfrom(sock, buf.data(), buf.size() - 1, 0, reinterpret_cast<sockaddr *>(from), from_len);
+    size_t kept = n > 0 ? static_cast<size_t>(n) : 0;
+    std::memset(buf.data() + kept, 0, buf.size() - kept);
+    return static_cast<int32_t>(n);
+}
+
+const tallyd_route *find_route(const tallyd_route_table *table, uint32_t id) {
+    if (!table) return nullptr;
+    for (const tallyd_route &r : table->routes)
+        if (r.id == id) return &r;
+    return nullptr;
+}
+
+int open_server(std::string_view device_path) {
+    return tallyd_open_unix_server(tallyd_path(device_path).c_str());
+}
+
+}  // namespace
+
+int tallyd_msg_check(std::span<const uint8_t> buf, int32_t len, bool check_length) {
+    if (len < static_cast<int32_t>(TALLYD_MSG_HDR_LEN)) {
+        tallyd_log(LOG_ERR, "tallyd, recvfrom msg too short, len = %d\n", len);
+        return -1;
+    }
+    uint32_t field = wire_be32(buf, TALLYD_HDR_LENGTH.offset);
+    if (check_length && field + uint32_t{TALLYD_MSG_HDR_LEN} != static_cast<uint32_t>(len)) {
+        tallyd_log(LOG_ERR,
+                   "tallyd, received msg of %u bytes from module %d but len specified is = %u\n",
+                   static_cast<uint32_t>(len), module_of(buf), field);
+        return -1;
+    }
+    return 0;
+}
+
+void tallyd_msg_dispatch(const tallyd_route_table *table, std::span<const uint8_t> msg) {
+    const tallyd_route *r = find_route(table, id_of(msg));
+    if (!r) {
+        tallyd_log(LOG_ERR, "tallyd, received invalid msg id %0#10x from module %d\n", id_of(msg),
+                   module_of(msg));
+        return;
+    }
+    for (tallyd_msg_handler h : r->handlers)
+        if (h) h(msg);
+}
+
+void tallyd_ctrl_receive(int sock, void *eloop_data, void *) {
+    sockaddr_un from;
+    socklen_t from_len = sizeof from;
+    tallyd_sys_info.peer_addr_len = &from_len;
+    tallyd_sys_info.reply_sock = sock;
+
+    int32_t len = receive(sock, ctrl_buf, &from, &from_len);
+    if (tallyd_msg_check(ctrl_buf, len, true) == 0) {
+        tallyd_sys_info.peer_addr = &from;
+        tallyd_msg_dispatch(static_cast<const tallyd_route_table *>(eloop_data), ctrl_buf);
+    }
+    // The address dies with this frame; nothing may answer it later.
+    tallyd_sys_info.peer_addr = nullptr;
+    tallyd_sys_info.peer_addr_len = nullptr;
+}
+
+void tallyd_stat_receive(int sock, void *eloop_data, void *) {
+    sockaddr_un from;
+    socklen_t from_len = sizeof from;
+    int32_t len = receive(sock, stat_buf, &from, &from_len);
+    if (tallyd_msg_check(stat_buf, len, true) != 0) return;
+    tallyd_msg_dispatch(static_cast<const tallyd_route_table *>(eloop_data), stat_buf);
+}
+
+void tallyd_monitor_receive(int sock, void *, void *) {
+    uint8_t buf[TALLYD_MONITOR_BUF_SIZE];
+    sockaddr_un from;
+    socklen_t from_len = sizeof from;
+    int32_t len = receive(sock, buf, &from, &from_len);
+    // The probe is answered whatever its length field says.
+    if (tallyd_msg_check(buf, len, false) != 0) return;
+    if (id_of(buf) == TALLYD_MSG_TAC_PROBE) {
+        tallyd_tac_probe_reply(buf, sock, &from, from_len);
+        return;
+    }
+    tallyd_msg_dispatch(nullptr, buf);
+}
+
+int tallyd_monitor_iface_init() {
+    int sock = open_server(TALLYD_MONITOR_SOCKET);
+    if (sock < 0) {
+        tallyd_log(LOG_ERR, "tallyd, failed to init monitor sock_id: %d\n", sock);
+        return -1;
+    }
+    if (eloop_register_read_sock(sock, tallyd_monitor_receive, nullptr, nullptr) != 0) {
+        puts("Could not register monitor socket");
+        close(sock);
+        return -1;
+    }
+    return 0;
+}
+
+int tallyd_ipc_ctrl_iface_init(const tallyd_route_table *ctrl, const tallyd_route_table *stat) {
+    void *ctrl_data = const_cast<tallyd_route_table *>(ctrl);
+    void *stat_data = const_cast<tallyd_route_table *>(stat);
+    int ctrl_sock = open_server(TALLYD_CTRL_SOCKET);
+    if (ctrl_sock < 0) {
+        tallyd_log(LOG_ERR, "tallyd, failed to init UNIT sock_id: %d\n", ctrl_sock);
+        return -1;
+    }
+    if (eloop_register_read_sock(ctrl_sock, tallyd_ctrl_receive, ctrl_data, nullptr) != 0) {
+        puts("Could not register read socket for ctrl ifac");
+        close(ctrl_sock);
+        return -1;
+    }
+    int stat_sock = open_server(TALLYD_STAT_SOCKET);
+    if (stat_sock < 0) {
+        tallyd_log(LOG_ERR, "tallyd, failed to init UNIT sock_id: %d\n", stat_sock);
+        close(ctrl_sock);
+        return -1;
+    }
+    if (eloop_register_read_sock(stat_sock, tallyd_stat_receive, stat_data, nullptr) != 0) {
+        tallyd_log(LOG_ERR, "tallyd, Could not register read socket for ctrl ifac\n");
+        close(ctrl_sock);
+        close(stat_sock);
+        return -1;
+    }
+    return 0;
+}
