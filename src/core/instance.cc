@@ -1,0 +1,58 @@
+#include "core/instance.h"
+
+#include <unistd.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <fstream>
+#include <iterator>
+#include <memory>
+#include <string>
+
+#include "base/path.h"
+
+namespace {
+
+struct file_closer {
+    void operator()(FILE *f) const { fclose(f); }
+};
+using file_ptr = std::unique_ptr<FILE, file_closer>;
+
+}  // namespace
+
+int32_t tallyd_read_pid_file(const char *path) {
+    if (!path) return -1;
+    file_ptr f(fopen(path, "r"));
+    if (!f) return 0;
+    char line[128] = "";
+    if (!fgets(line, sizeof line, f.get())) return 0;
+    line[strcspn(line, "\r\n")] = '\0';
+    return atoi(line);
+}
+
+int32_t tallyd_write_pid_file(const char *path) {
+    if (!path) return -1;
+    file_ptr f(fopen(path, "w"));
+    if (!f) return -1;
+    fprintf(f.get(), "%d", static_cast<int>(getpid()));
+    return 0;
+}
+
+uint8_t tallyd_pid_is_tallyd(int32_t pid) {
+    if (pid < 1) return 0;
+    // The device greps the process list for "tallyd"; the command line, with
+    // its argument separators as spaces, is what that grep sees of a process.
+    std::ifstream in("/proc/" + std::to_string(pid) + "/cmdline", std::ios::binary);
+    if (!in) return 0;
+    std::string cmd((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
+    for (char &c : cmd)
+        if (c == '\0') c = ' ';
+    return cmd.find("tallyd") != std::string::npos ? 1 : 0;
+}
+
+uint8_t tallyd_check_tallyd_existing() {
+    int32_t pid = tallyd_read_pid_file(tallyd_path(TALLYD_PID_FILE).c_str());
+    if (pid < 1) return 0;
+    return tallyd_pid_is_tallyd(pid);
+}

@@ -1,0 +1,47 @@
+#include "core/routes.h"
+
+#include "entity/handlers.h"
+
+namespace {
+
+// Two handlers on one id run in the order given, on the same message.
+constexpr tallyd_route kCtrlRoutes[] = {
+    // Report requests from the management daemon; each answers with a reply.
+    tallyd_route_of(TALLYD_MSG_GET_CLIENTS_SUMMARY),
+    tallyd_route_of(TALLYD_MSG_GET_TOP_SUMMARY),
+    tallyd_route_of(TALLYD_MSG_GET_CLIENT_LIST),
+    tallyd_route_of(TALLYD_MSG_IGNORED_49),
+    tallyd_route_of(TALLYD_MSG_GET_APP_CLIENT),
+    tallyd_route_of(TALLYD_MSG_STATIS_SINGLE_CLIENT),
+    tallyd_route_of(TALLYD_MSG_STATIS_AP),
+    tallyd_route_of(TALLYD_MSG_STATIS_SSID),
+    tallyd_route_of(TALLYD_MSG_STATIS_CLIENT),
+    tallyd_route_of(TALLYD_MSG_STATIS_AP_CHART),
+    tallyd_route_of(TALLYD_MSG_STATIS_CLIENT_CHART),
+    // Settings: no reply.
+    tallyd_route_of(TALLYD_MSG_SET_STA_HOSTNAME, tallyd_handle_set_sta_hostname),
+    tallyd_route_of(TALLYD_MSG_ARC_QPX_INTERFACE, tallyd_handle_arc_qpx_interface),
+    // Network events: no reply.
+    tallyd_route_of(TALLYD_MSG_EVT_IGNORED_01),
+    tallyd_route_of(TALLYD_MSG_AP_ADD),
+    tallyd_route_of(TALLYD_MSG_AP_DEL),
+    tallyd_route_of(TALLYD_MSG_STA_ACTIVE),
+    tallyd_route_of(TALLYD_MSG_STA_ADD),
+    tallyd_route_of(TALLYD_MSG_AP_WLAN_UPDATE),
+    tallyd_route_of(TALLYD_MSG_WLAN_GROUP_UPDATE),
+    tallyd_route_of(TALLYD_MSG_APGROUP_UPDATE),
+};
+
+constexpr tallyd_route kStatRoutes[] = {
+    tallyd_route_of(TALLYD_MSG_CLIENT_STATS),
+    tallyd_route_of(TALLYD_MSG_STAT_0A, tallyd_handle_stat_0a),
+};
+
+}  // namespace
+
+const tallyd_route_table tallyd_ctrl_routes{kCtrlRoutes};
+const tallyd_route_table tallyd_stat_routes{kStatRoutes};
+
+int tallyd_ctrl_iface_init() {
+    return tallyd_ipc_ctrl_iface_init(&tallyd_ctrl_routes, &tallyd_stat_routes);
+}

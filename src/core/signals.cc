@@ -1,0 +1,31 @@
+#include "core/signals.h"
+
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <csignal>
+
+#include "base/path.h"
+#include "eloop/eloop.h"
+
+int tallyd_eloop_signals() {
+    int rc = 0;
+    for (int sig : {SIGINT, SIGTERM, SIGCHLD, SIGPIPE})
+        rc = eloop_register_signal(sig, tallyd_signal_handle, nullptr);
+    return rc;
+}
+
+void tallyd_signal_handle(int sig, void *, void *) {
+    switch (sig) {
+        case SIGINT:
+        case SIGTERM:
+            eloop_terminate();
+            unlink(tallyd_path(TALLYD_PID_FILE).c_str());
+            break;
+        case SIGCHLD:
+            waitpid(-1, nullptr, WNOHANG);
+            break;
+        default:
+            break;
+    }
+}

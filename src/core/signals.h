@@ -1,0 +1,12 @@
+// The daemon's signals, handled from the event loop.
+//
+// SIGINT and SIGTERM end the loop and remove the pid file; SIGCHLD reaps one
+// finished child; SIGPIPE is caught only so that a write to a vanished peer
+// does not kill the daemon.
+#pragma once
+
+// Registers SIGINT, SIGTERM, SIGCHLD and SIGPIPE, in that order, with
+// tallyd_signal_handle. Returns the last registration's result.
+int tallyd_eloop_signals();
+
+void tallyd_signal_handle(int sig, void *eloop_user_data, void *signal_user_data);

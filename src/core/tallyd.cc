@@ -1,0 +1,85 @@
+#include "core/tallyd.h"
+
+#include <unistd.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <filesystem>
+
+#include "base/path.h"
+#include "base/sys_info.h"
+#include "core/instance.h"
+#include "core/platform.h"
+#include "core/port_file.h"
+#include "core/routes.h"
+#include "core/schedule.h"
+#include "core/signals.h"
+#include "db/db_files.h"
+#include "db/db_set.h"
+#include "db/sql.h"
+#include "eloop/eloop.h"
+#include "entity/dict.h"
+#include "ipc/dispatch.h"
+
+namespace {
+
+// On the controller the system creates /var/run/tac; in a fresh sandbox root
+// nobody has, and the pid file and the sockets need it.
+void make_run_dir() {
+    std::error_code ec;
+    std::filesystem::create_directories(tallyd_path(TALLYD_RUN_DIR), ec);
+}
+
+void start_up() {
+    if (tallyd_check_tallyd_existing()) {
+        perror("The tallyd is existing!\n");
+        exit(-1);
+    }
+    if (nice(19) == -1) {
+        // The lowest priority is a courtesy; running without it is fine.
+    }
+    tallyd_init_sys_info(&tallyd_sys_info);
+    tallyd_set_platform_limits(&tallyd_sys_info);
+    fflush(stdout);
+    tallyd_provision_port_file();
+    if (tallyd_init_avp_db(&tallyd_db_set) != 0) perror("Failed to init DB\n");
+    tallyd_load_dictionaries(&tallyd_sys_info);
+    make_run_dir();
+    tallyd_write_pid_file(tallyd_path(TALLYD_PID_FILE).c_str());
+}
+
+void run_loop() {
+    eloop_init(&tallyd_sys_info);
+    tallyd_eloop_signals();
+    if (tallyd_monitor_iface_init() != 0) {
+        perror("Failed to init tac monitor\n");
+        return;
+    }
+    if (tallyd_ctrl_iface_init() != 0) {
+        perror("Failed to init ctrl iface\n");
+        return;
+    }
+    tallyd_register_eloop_timer();
+    eloop_run();
+}
+
+// Only the socket of the last request and four databases are closed; the
+// rest (statistic_db, the listening sockets) go with the process, and the
+// pid file is removed by the signal handler alone.
+void shut_down() {
+    eloop_destroy();
+    if (tallyd_sys_info.reply_sock != 0) close(tallyd_sys_info.reply_sock);
+    sql_close(&tallyd_db_set.db);
+    sql_close(&tallyd_db_set.db_flash);
+    sql_close(&tallyd_db_set.temp_db);
+    sql_close(&tallyd_db_set.backup_hour_db);
+}
+
+}  // namespace
+
+int tallyd_main() {
+    start_up();
+    run_loop();
+    shut_down();
+    return 0;
+}
