@@ -1,0 +1,217 @@
+#include "client.h"
+
+#include <sys/select.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <cctype>
+#include <cerrno>
+#include <charconv>
+#include <cstdio>
+#include <cstring>
+#include <filesystem>
+
+#include "base/path.h"
+#include "base/wire.h"
+#include "ipc/msg_layout.h"
+#include "ipc/reply.h"
+
+namespace {
+
+std::string upper(std::string_view s) {
+    std::string u(s);
+    for (char &c : u) c = static_cast<char>(std::toupper(static_cast<unsigned char>(c)));
+    return u;
+}
+
+int hex_digit(char c) {
+    if (c >= '0' && c <= '9') return c - '0';
+    c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
+    if (c >= 'a' && c <= 'f') return c - 'a' + 10;
+    return -1;
+}
+
+std::string hex32(uint32_t v) {
+    char b[16];
+    std::snprintf(b, sizeof b, "0x%08x", v);
+    return b;
+}
+
+}  // namespace
+
+std::string tallyctl_socket_path(tallyd_socket_kind kind) {
+    switch (kind) {
+        case tallyd_socket_kind::stat:
+            return tallyd_path(TALLYD_STAT_SOCKET);
+        case tallyd_socket_kind::monitor:
+            return tallyd_path(TALLYD_MONITOR_SOCKET);
+        case tallyd_socket_kind::control:
+            break;
+    }
+    return tallyd_path(TALLYD_CTRL_SOCKET);
+}
+
+bool tallyctl_parse_socket(std::string_view word, tallyd_socket_kind *kind) {
+    if (word == "control" || word == "ctrl") {
+        *kind = tallyd_socket_kind::control;
+    } else if (word == "stat" || word == "statistics") {
+        *kind = tallyd_socket_kind::stat;
+    } else if (word == "monitor") {
+        *kind = tallyd_socket_kind::monitor;
+    } else {
+        return false;
+    }
+    return true;
+}
+
+std::string_view tallyctl_socket_name(tallyd_socket_kind kind) {
+    switch (kind) {
+        case tallyd_socket_kind::stat:
+            return "stat";
+        case tallyd_socket_kind::monitor:
+            return "monitor";
+        case tallyd_socket_kind::control:
+            break;
+    }
+    return "control";
+}
+
+bool tallyctl_parse_id(std::string_view word, uint32_t *id) {
+    std::string name = upper(word);
+    if (const tallyd_msg_name *m = tallyd_msg_find(name)) {
+        *id = m->id;
+        return true;
+    }
+    if (const tallyd_msg_name *m = tallyd_msg_find("TALLYD_MSG_" + name)) {
+        *id = m->id;
+        return true;
+    }
+    int base = 10;
+    if (word.size() > 2 && word[0] == '0' && (word[1] == 'x' || word[1] == 'X')) {
+        word.remove_prefix(2);
+        base = 16;
+    }
+    auto [end, ec] = std::from_chars(word.data(), word.data() + word.size(), *id, base);
+    return !word.empty() && ec == std::errc() && end == word.data() + word.size();
+}
+
+bool tallyctl_parse_hex(std::string_view text, tallyctl_bytes *out) {
+    tallyctl_bytes bytes;
+    int high = -1;
+    for (char c : text) {
+        if (c == ' ' || c == ':' || c == '-') {
+            if (high >= 0) return false;  // a separator inside a byte
+            continue;
+        }
+        int d = hex_digit(c);
+        if (d < 0) return false;
+        if (high < 0) {
+            high = d;
+        } else {
+            bytes.push_back(static_cast<uint8_t>(high << 4 | d));
+            high = -1;
+        }
+    }
+    if (high >= 0) return false;
+    *out = std::move(bytes);
+    return true;
+}
+
+tallyctl_bytes tallyctl_message(uint32_t id, std::span<const uint8_t> payload, uint8_t module) {
+    tallyctl_bytes m(TALLYD_MSG_HDR_LEN + payload.size());
+    tallyd_msg_header_put(m, module, id, static_cast<uint32_t>(payload.size()));
+    std::copy(payload.begin(), payload.end(), m.begin() + TALLYD_MSG_HDR_LEN);
+    return m;
+}
+
+tallyctl_reply_fields tallyctl_decode_reply(std::span<const uint8_t> r) {
+    auto num = [&](const wire_field &f) { return static_cast<uint32_t>(wire_get_num(r, f)); };
+    return {num(TALLYD_HDR_MODULE),        num(TALLYD_HDR_FLAG),         num(TALLYD_HDR_MSG_ID),
+            num(TALLYD_HDR_LENGTH),        num(TALLYD_REPLY_REQUEST_ID), num(TALLYD_REPLY_WORD),
+            num(TALLYD_REPLY_PAYLOAD_LEN), num(TALLYD_REPLY_WRITE_POS),  r.size()};
+}
+
+std::string tallyctl_format_reply(std::span<const uint8_t> r, bool json) {
+    size_t payload = r.size() > TALLYD_REPLY_HDR_LEN ? r.size() - TALLYD_REPLY_HDR_LEN : 0;
+    std::string s = json ? "{" : "";
+    const char *sep = "";
+    for (const wire_field &f : tallyd_reply_header_fields) {
+        uint32_t v = static_cast<uint32_t>(wire_get_num(r, f));
+        std::string_view name = f.name;
+        bool as_hex = name == "msg_id" || name == "request_id";
+        std::string value = as_hex ? hex32(v) : std::to_string(v);
+        if (json)
+            s += std::string(sep) + "\"" + f.name + "\":" + (as_hex ? "\"" + value + "\"" : value);
+        else
+            s += std::string(sep) + f.name + " " + value;
+        sep = json ? "," : " ";
+    }
+    if (json) return s + ",\"payload_bytes\":" + std::to_string(payload) + "}";
+    return s + " payload_bytes " + std::to_string(payload);
+}
+
+bool tallyctl_conn::open(tallyd_socket_kind kind, std::string *error) {
+    close();
+    std::string path = tallyctl_socket_path(kind);
+    if (access(path.c_str(), F_OK) != 0) {
+        *error = "tallyd is not running: no socket at " + path;
+        return false;
+    }
+    // The temporary name lives in <root>/tmp, which a sandbox may lack.
+    std::error_code ec;
+    if (!tallyd_root().empty()) std::filesystem::create_directories(tallyd_path("/tmp"), ec);
+    if (unix_sock_open_client(path.c_str(), &sock_, 1) < 0) {
+        *error = "tallyd is not running: cannot reach " + path + " (" + strerror(errno) + ")";
+        return false;
+    }
+    return true;
+}
+
+void tallyctl_conn::close() {
+    if (sock_.fd >= 0) unix_sock_close(&sock_);
+}
+
+bool tallyctl_conn::send(std::span<const uint8_t> datagram, std::string *error) {
+    if (::send(sock_.fd, datagram.data(), datagram.size(), 0) < 0) {
+        *error = std::string("send failed: ") + strerror(errno);
+        return false;
+    }
+    return true;
+}
+
+bool tallyctl_conn::receive(tallyctl_bytes *out, int timeout_ms) {
+    fd_set rfds;
+    FD_ZERO(&rfds);
+    FD_SET(sock_.fd, &rfds);
+    timeval tv{timeout_ms / 1000, (timeout_ms % 1000) * 1000};
+    if (select(sock_.fd + 1, &rfds, nullptr, nullptr, &tv) <= 0) return false;
+    out->resize(TALLYD_REPLY_BUF_SIZE);
+    ssize_t n = recv(sock_.fd, out->data(), out->size(), 0);
+    if (n < 0) return false;
+    out->resize(static_cast<size_t>(n));
+    return true;
+}
+
+bool tallyctl_request(tallyd_socket_kind kind, std::span<const uint8_t> datagram, int first_wait_ms,
+                      int gap_ms, std::vector<tallyctl_bytes> *replies, std::string *error) {
+    tallyctl_conn conn;
+    if (!conn.open(kind, error) || !conn.send(datagram, error)) return false;
+    tallyctl_bytes r;
+    int wait = first_wait_ms;
+    while (conn.receive(&r, wait)) {
+        replies->push_back(std::move(r));
+        wait = gap_ms;
+    }
+    return true;
+}
+
+bool tallyctl_probe(int timeout_ms, tallyctl_bytes *reply, std::string *error) {
+    tallyctl_conn conn;
+    tallyctl_bytes probe = tallyctl_message(TALLYD_MSG_TAC_PROBE, {});
+    if (!conn.open(tallyd_socket_kind::monitor, error) || !conn.send(probe, error)) return false;
+    if (!conn.receive(reply, timeout_ms)) {
+        *error = "no answer to the probe within " + std::to_string(timeout_ms) + " ms";
+        return false;
+    }
+    return true;
+}

@@ -1,0 +1,38 @@
+// The command table of tallyctl: one entry per command.
+//
+// A command gets the words after its name (global options --root and --json
+// already taken out) and returns the process exit status: 0 done, 1 the
+// daemon did not answer or a check failed, 2 bad usage.
+#pragma once
+
+#include <span>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "client.h"
+
+struct tallyctl_ctx {
+    bool json = false;
+};
+
+using tallyctl_fn = int (*)(const tallyctl_ctx &ctx, const std::vector<std::string> &args);
+
+struct tallyctl_command {
+    std::string_view name;
+    tallyctl_fn run;
+    std::string_view help;  // "ARGS  what it does", shown by tallyctl help
+};
+
+extern const std::span<const tallyctl_command> tallyctl_commands;
+
+// Commands of this file.
+int tallyctl_cmd_probe(const tallyctl_ctx &ctx, const std::vector<std::string> &args);
+int tallyctl_cmd_send(const tallyctl_ctx &ctx, const std::vector<std::string> &args);
+
+// Sends a finished datagram on a socket and prints what happened (and each
+// reply) as text or JSON; waits wait_ms for a first reply (-1: long enough
+// for a report when the id is a report request, briefly otherwise).
+// Returns 0 when sent, 1 when the daemon could not be reached.
+int tallyctl_send_datagram(const tallyctl_ctx &ctx, tallyd_socket_kind kind,
+                           const tallyctl_bytes &datagram, int wait_ms = -1);

@@ -1,0 +1,63 @@
+// tallyctl: talks to a running tallyd and looks at its files.
+//
+//   tallyctl [--root DIR] [--json] COMMAND [ARGS...]
+//
+// --root (or TALLYD_ROOT) is the sandbox root the daemon runs under. Each
+// command is one row of the table below.
+#include <cstdio>
+#include <string>
+#include <vector>
+
+#include "base/path.h"
+#include "commands.h"
+
+namespace {
+
+int help(const tallyctl_ctx &, const std::vector<std::string> &);
+
+constexpr tallyctl_command kCommands[] = {
+    {"probe", tallyctl_cmd_probe, "                 ask the monitor socket whether tallyd runs"},
+    {"send", tallyctl_cmd_send,
+     "--id ID [--socket control|stat|monitor] [--hex HEX | --file F]\n"
+     "                       [--module N] [--length N] [--raw] [--wait MS]\n"
+     "                       send one datagram (ID: number or TALLYD_MSG_ name; --raw sends\n"
+     "                       the payload as the whole datagram) and print any reply"},
+    {"help", help, "                  this text"},
+};
+
+int help(const tallyctl_ctx &, const std::vector<std::string> &) {
+    std::printf("usage: tallyctl [--root DIR] [--json] COMMAND [ARGS...]\n\ncommands:\n");
+    for (const tallyctl_command &c : kCommands)
+        std::printf("  %.*s %.*s\n", static_cast<int>(c.name.size()), c.name.data(),
+                    static_cast<int>(c.help.size()), c.help.data());
+    return 0;
+}
+
+}  // namespace
+
+const std::span<const tallyctl_command> tallyctl_commands{kCommands};
+
+int main(int argc, char **argv) {
+    tallyctl_ctx ctx;
+    std::string command;
+    std::vector<std::string> args;
+    for (int i = 1; i < argc; ++i) {
+        std::string a = argv[i];
+        if (a == "--json") {
+            ctx.json = true;
+        } else if (a == "--root" && i + 1 < argc) {
+            tallyd_root_set(argv[++i]);
+        } else if (command.empty() && (a == "--help" || a == "-h")) {
+            command = "help";
+        } else if (command.empty()) {
+            command = a;
+        } else {
+            args.push_back(a);
+        }
+    }
+    if (command.empty()) command = "help";
+    for (const tallyctl_command &c : tallyctl_commands)
+        if (c.name == command) return c.run(ctx, args);
+    std::fprintf(stderr, "tallyctl: unknown command %s (try tallyctl help)\n", command.c_str());
+    return 2;
+}
