@@ -12,6 +12,7 @@
 #include <vector>
 
 #include "base/path.h"
+#include "commands.h"
 
 namespace {
 
@@ -191,4 +192,16 @@ int tallyctl_print_tables(bool json, std::string *out, std::string *error) {
         return 1;
     }
     return 0;
+}
+
+int tallyctl_cmd_tables(const tallyctl_ctx &ctx, const std::vector<std::string> &args) {
+    if (!args.empty()) {
+        std::fprintf(stderr, "tallyctl: tables takes no arguments (only --json)\n");
+        return 2;
+    }
+    std::string out, error;
+    int rc = tallyctl_print_tables(ctx.json, &out, &error);
+    std::fputs(out.c_str(), stdout);
+    if (rc != 0) std::fprintf(stderr, "tallyctl: %s\n", error.c_str());
+    return rc;
 }

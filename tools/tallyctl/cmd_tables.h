@@ -10,6 +10,9 @@
 #pragma once
 
 #include <string>
+#include <vector>
+
+struct tallyctl_ctx;
 
 // Appends the report to *out: text, one block per database file, or one JSON
 // object ({"databases":[{"file":...,"tables":[{"name":...,"rows":N,
@@ -18,3 +21,8 @@
 // error. Returns 0, or 1 when no database file was found (*error says where
 // it looked).
 int tallyctl_print_tables(bool json, std::string *out, std::string *error);
+
+// The tallyctl command: no arguments; prints the report (JSON with --json) on
+// standard output. Exit status 0, 1 when no database file was found, 2 for
+// stray arguments.
+int tallyctl_cmd_tables(const tallyctl_ctx &ctx, const std::vector<std::string> &args);
