@@ -1,5 +1,6 @@
 #include "eloop/eloop.h"
 
+#include <fcntl.h>
 #include <sys/select.h>
 #include <unistd.h>
 
@@ -55,6 +56,24 @@ struct eloop_data {
 
 eloop_data eloop;
 
+// Self-pipe of the signal catcher. A signal that arrives after the loop has
+// looked at its counters but before it sleeps in select would otherwise wait
+// for the next timeout or datagram; the byte the catcher writes here wakes
+// select at once. Opened once per process, never closed.
+int wake_pipe[2] = {-1, -1};
+
+void wake_pipe_open() {
+    if (wake_pipe[0] < 0 && pipe2(wake_pipe, O_NONBLOCK | O_CLOEXEC) != 0)
+        wake_pipe[0] = wake_pipe[1] = -1;
+}
+
+void wake_pipe_drain() {
+    char buf[64];
+    if (wake_pipe[0] < 0) return;
+    while (read(wake_pipe[0], buf, sizeof buf) > 0) {
+    }
+}
+
 // Daemon monotonic time; wraps like the device's 32-bit seconds would.
 eloop_time now_time() {
     tallyd_timeval tv{};
@@ -93,11 +112,18 @@ void signal_catcher(int sig) {
             break;
         }
     }
+    int saved_errno = errno;
+    if (wake_pipe[1] >= 0) {
+        ssize_t ignored = write(wake_pipe[1], "s", 1);
+        (void)ignored;
+    }
+    errno = saved_errno;
 }
 
 void process_pending_signals() {
     if (eloop.signaled == 0) return;
     eloop.signaled = 0;
+    wake_pipe_drain();
     if (eloop.pending_terminate) {
         alarm(0);
         eloop.pending_terminate = 0;
@@ -156,6 +182,7 @@ void eloop_init(void *user_data) {
     std::memset(static_cast<void *>(&eloop), 0, sizeof eloop);
     eloop.user_data = user_data;
     eloop.pid = getpid();
+    wake_pipe_open();
 }
 
 int eloop_register_read_sock(int sock, eloop_sock_handler handler, void *eloop_data,
@@ -251,8 +278,12 @@ void eloop_run() {
 
         FD_ZERO(rfds);
         for (int32_t i = 0; i < eloop.reader_count; ++i) FD_SET(eloop.readers[i].sock, rfds);
-        int res =
-            select(eloop.max_sock + 1, rfds, nullptr, nullptr, eloop.timeout ? &wait : nullptr);
+        int nfds = eloop.max_sock + 1;
+        if (wake_pipe[0] >= 0) {
+            FD_SET(wake_pipe[0], rfds);
+            if (wake_pipe[0] >= nfds) nfds = wake_pipe[0] + 1;
+        }
+        int res = select(nfds, rfds, nullptr, nullptr, eloop.timeout ? &wait : nullptr);
         if (res < 0 && errno != EINTR) {
             perror("select");
             free(rfds);
@@ -262,6 +293,7 @@ void eloop_run() {
         eloop.pass_count++;
         fire_due_timeout();
         if (res <= 0) continue;
+        if (wake_pipe[0] >= 0 && FD_ISSET(wake_pipe[0], rfds)) wake_pipe_drain();
         serve_ready_sockets(rfds);
     }
     free(rfds);

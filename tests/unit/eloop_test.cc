@@ -222,6 +222,21 @@ TEST_F(eloop_test, SignalsAreHandledOnceFromTheLoop) {
     EXPECT_EQ(tag(42), seen_entry_data);
 }
 
+// A signal raised by a timeout handler arrives after this pass looked at the
+// counters; the next select must wake for it rather than sleep until the far
+// timeout.
+TEST_F(eloop_test, SignalJustBeforeSelectWakesTheLoop) {
+    ASSERT_EQ(0, eloop_register_signal(
+                     SIGUSR1, [](int, void *, void *) { eloop_terminate(); }, nullptr));
+    eloop_register_timeout(
+        0, 0, [](void *, void *) { raise(SIGUSR1); }, nullptr, nullptr);
+    eloop_register_timeout(30, 0, stop, nullptr, nullptr);
+    auto start = std::chrono::steady_clock::now();
+    eloop_run();
+    EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(2));
+    EXPECT_EQ(1, eloop_terminated());
+}
+
 TEST_F(eloop_test, SecondTerminateSignalDoesNotRearmTheAlarm) {
     static int calls;
     calls = 0;
