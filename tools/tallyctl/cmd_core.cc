@@ -110,7 +110,9 @@ int tallyctl_send_datagram(const tallyctl_ctx &ctx, tallyd_socket_kind kind,
         std::printf("]}\n");
         return 0;
     }
-    std::printf("sent %s to %s: %zu bytes\n", id_text(id).c_str(), name.c_str(), datagram.size());
+    std::string what =
+        datagram.size() < TALLYD_MSG_HDR_LEN ? "a datagram without a full header" : id_text(id);
+    std::printf("sent %s to %s: %zu bytes\n", what.c_str(), name.c_str(), datagram.size());
     for (const tallyctl_bytes &r : replies)
         std::printf("reply: %s\n", tallyctl_format_reply(r, false).c_str());
     if (replies.empty()) std::printf("no reply\n");

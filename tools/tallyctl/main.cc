@@ -15,20 +15,23 @@ namespace {
 
 int help(const tallyctl_ctx &, const std::vector<std::string> &);
 
+// help: the arguments, then the description on lines indented by six.
 constexpr tallyctl_command kCommands[] = {
-    {"probe", tallyctl_cmd_probe, "                 ask the monitor socket whether tallyd runs"},
+    {"probe", tallyctl_cmd_probe,
+     "\n      exit 0 when tallyd answers the monitor probe within 2 s, else 1"},
     {"send", tallyctl_cmd_send,
      "--id ID [--socket control|stat|monitor] [--hex HEX | --file F]\n"
-     "                       [--module N] [--length N] [--raw] [--wait MS]\n"
-     "                       send one datagram (ID: number or TALLYD_MSG_ name; --raw sends\n"
-     "                       the payload as the whole datagram) and print any reply"},
-    {"help", help, "                  this text"},
+     "           [--module N] [--length N] [--raw] [--wait MS]\n"
+     "      send one datagram with a correct header and print any reply; ID is a\n"
+     "      number or a TALLYD_MSG_ name; --length forges the length field, --raw\n"
+     "      sends the payload as the whole datagram"},
+    {"help", help, "\n      this text"},
 };
 
 int help(const tallyctl_ctx &, const std::vector<std::string> &) {
     std::printf("usage: tallyctl [--root DIR] [--json] COMMAND [ARGS...]\n\ncommands:\n");
     for (const tallyctl_command &c : kCommands)
-        std::printf("  %.*s %.*s\n", static_cast<int>(c.name.size()), c.name.data(),
+        std::printf("  %.*s %.*s\n\n", static_cast<int>(c.name.size()), c.name.data(),
                     static_cast<int>(c.help.size()), c.help.data());
     return 0;
 }
