@@ -40,8 +40,7 @@ struct tallyd_route_table {
 // A route row named after the id's entry in tallyd_msg_names.
 constexpr tallyd_route tallyd_route_of(uint32_t id, tallyd_msg_handler first = nullptr,
                                        tallyd_msg_handler second = nullptr) {
-    const tallyd_msg_name *m = tallyd_msg_find(id);
-    return {id, m ? m->name : std::string_view{}, {first, second}};
+    return {id, tallyd_msg_name_of(id), {first, second}};
 }
 
 // Receive buffers: 8,192 bytes, at most 8,191 read, so a longer datagram is

@@ -93,6 +93,13 @@ constexpr const tallyd_msg_name *tallyd_msg_find(uint32_t id) {
     return nullptr;
 }
 
+// The name of id ("TALLYD_MSG_AP_ADD"), empty when the daemon does not know it.
+constexpr std::string_view tallyd_msg_name_of(uint32_t id) {
+    for (const auto &m : tallyd_msg_names)
+        if (m.id == id) return m.name;
+    return {};
+}
+
 // The entry named name ("TALLYD_MSG_AP_ADD"), or null.
 constexpr const tallyd_msg_name *tallyd_msg_find(std::string_view name) {
     for (const auto &m : tallyd_msg_names)
