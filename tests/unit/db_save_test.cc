@@ -81,7 +81,6 @@ TEST_F(DbSave, SavedWhileOpenAndRestoredAfterAReboot) {
 }
 
 TEST_F(DbSave, AFlippedByteInACopyMakesTheNextStartBuildAfresh) {
-    if (path("").find("OK") != std::string::npos) GTEST_SKIP() << "root name contains OK";
     ASSERT_EQ(0, tallyd_init_avp_db(&tallyd_db_set));
     ASSERT_EQ(SQLITE_OK, sql_exec(tallyd_db_set.db, "INSERT INTO avp_ap VALUES(0, 'm', 'x', 1)"));
     ASSERT_EQ(SQLITE_OK, sql_exec(tallyd_db_set.statistic_db,
