@@ -86,12 +86,16 @@ bool tallyctl_parse_id(std::string_view word, uint32_t *id) {
         *id = m->id;
         return true;
     }
+    return tallyctl_parse_u32(word, id);
+}
+
+bool tallyctl_parse_u32(std::string_view word, uint32_t *out) {
     int base = 10;
     if (word.size() > 2 && word[0] == '0' && (word[1] == 'x' || word[1] == 'X')) {
         word.remove_prefix(2);
         base = 16;
     }
-    auto [end, ec] = std::from_chars(word.data(), word.data() + word.size(), *id, base);
+    auto [end, ec] = std::from_chars(word.data(), word.data() + word.size(), *out, base);
     return !word.empty() && ec == std::errc() && end == word.data() + word.size();
 }
 

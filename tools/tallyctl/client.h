@@ -25,6 +25,9 @@ std::string tallyctl_socket_path(tallyd_socket_kind kind);
 bool tallyctl_parse_socket(std::string_view word, tallyd_socket_kind *kind);
 std::string_view tallyctl_socket_name(tallyd_socket_kind kind);
 
+// A 32-bit number, decimal or 0x hex, nothing else around it.
+bool tallyctl_parse_u32(std::string_view word, uint32_t *out);
+
 // A message id as a number (decimal or 0x hex, 32 bits) or a known name
 // ("TALLYD_MSG_AP_ADD", also without the TALLYD_MSG_ prefix, any case).
 bool tallyctl_parse_id(std::string_view word, uint32_t *id);

@@ -77,7 +77,7 @@ int parse_send(const std::vector<std::string> &args, send_options *o) {
         } else if (a == "--file") {
             if (!read_file(v, &o->payload)) return usage(("cannot read " + v).c_str());
         } else if (a == "--length" || a == "--module" || a == "--wait") {
-            if (!tallyctl_parse_id(v, &n)) return usage(("bad number: " + v).c_str());
+            if (!tallyctl_parse_u32(v, &n)) return usage(("bad number: " + v).c_str());
             if (a == "--length") o->length_set = true, o->length = n;
             if (a == "--module") o->module = n;
             if (a == "--wait") o->wait_ms = static_cast<int>(n);
