@@ -76,6 +76,8 @@ std::string tallyd_daemon::path(std::string_view device_path) const {
 }
 
 bool tallyd_daemon::start() {
+    if (running()) return false;
+    if (reader_.joinable()) reader_.join();
     int out[2], err[2];
     if (pipe(out) != 0) return false;
     if (pipe(err) != 0) {

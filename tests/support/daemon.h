@@ -47,8 +47,9 @@ class tallyd_daemon {
     tallyd_daemon(const tallyd_daemon &) = delete;
     tallyd_daemon &operator=(const tallyd_daemon &) = delete;
 
-    // Starts the daemon. false when it could not be started, or (wait_ready)
-    // when it ended or did not answer the probe in time.
+    // Starts the daemon (again, after it ended: output lines keep
+    // accumulating). false when it runs already or could not be started, or
+    // (wait_ready) when it ended or did not answer the probe in time.
     bool start();
     // SIGTERM, then the exit status (see wait_exit).
     int stop(int timeout_ms = 15000);
