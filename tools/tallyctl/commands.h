@@ -30,6 +30,13 @@ extern const std::span<const tallyctl_command> tallyctl_commands;
 int tallyctl_cmd_probe(const tallyctl_ctx &ctx, const std::vector<std::string> &args);
 int tallyctl_cmd_send(const tallyctl_ctx &ctx, const std::vector<std::string> &args);
 
+// Entity commands (cmd_entity_run.cc) and the table listing (cmd_tables.cc).
+int tallyctl_cmd_set_hostname(const tallyctl_ctx &ctx, const std::vector<std::string> &args);
+int tallyctl_cmd_arc(const tallyctl_ctx &ctx, const std::vector<std::string> &args);
+int tallyctl_cmd_stat0a(const tallyctl_ctx &ctx, const std::vector<std::string> &args);
+int tallyctl_cmd_ids(const tallyctl_ctx &ctx, const std::vector<std::string> &args);
+int tallyctl_cmd_tables(const tallyctl_ctx &ctx, const std::vector<std::string> &args);
+
 // Sends a finished datagram on a socket and prints what happened (and each
 // reply) as text or JSON; waits wait_ms for a first reply (-1: long enough
 // for a report when the id is a report request, briefly otherwise).

@@ -25,6 +25,16 @@ constexpr tallyctl_command kCommands[] = {
      "      send one datagram with a correct header and print any reply; ID is a\n"
      "      number or a TALLYD_MSG_ name; --length forges the length field, --raw\n"
      "      sends the payload as the whole datagram"},
+    {"set-hostname", tallyctl_cmd_set_hostname,
+     "MAC NAME\n      mark a client as renamed (\"#\" in the client directory); NAME \"\"\n"
+     "      restores the default name"},
+    {"arc", tallyctl_cmd_arc, "on|off|VALUE\n      switch ARC (qpx push) on or off"},
+    {"stat0a", tallyctl_cmd_stat0a,
+     "MAC=VALUE...\n      fill the per-AP value table (statistics socket)"},
+    {"ids", tallyctl_cmd_ids,
+     "[ap|ssid|apgroup|dvcinfo]\n      print a dictionary as the repository holds it"},
+    {"tables", tallyctl_cmd_tables,
+     "\n      every table of every database file: rows and newest time (read-only)"},
     {"help", help, "\n      this text"},
 };
 
