@@ -176,9 +176,17 @@ int tallyd_create_avp_backup_hour_db(tallyd_db_set_t *set) {
         return tallyd_purge_backup(cut, set->backup_hour_db);
     if (flash_copy_exists(kBackupBase) && restore_from_flash(kBackupBase, &set->backup_hour_db))
         return tallyd_purge_backup(cut, set->backup_hour_db);
-    build_fresh(&set->backup_hour_db, ram, tallyd_create_backup_tables, "avp_top_client_backup", 4);
-    if (!set->backup_hour_db) std::puts("Failed to create temporary backup_hour_db.db");
+    tallyd_build_avp_backup_hour_db(set);
     return 0;
+}
+
+int tallyd_build_avp_backup_hour_db(tallyd_db_set_t *set) {
+    if (!set) return -1;
+    std::string ram = db_fs_db_path(TALLYD_RAM_DIR, kBackupBase);
+    int rc = build_fresh(&set->backup_hour_db, ram, tallyd_create_backup_tables,
+                         "avp_top_client_backup", 4);
+    if (!set->backup_hour_db) std::puts("Failed to create temporary backup_hour_db.db");
+    return rc;
 }
 
 int tallyd_create_statistic_db(tallyd_db_set_t *set) {

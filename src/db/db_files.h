@@ -20,6 +20,9 @@ int tallyd_create_avp_db(tallyd_db_set_t *set);          // db: restore, verify,
 int tallyd_create_avp_flash_db(tallyd_db_set_t *set);    // db_flash
 int tallyd_create_avp_temp_db(tallyd_db_set_t *set);     // temp_db, always fresh
 int tallyd_create_avp_backup_hour_db(tallyd_db_set_t *set);
+// The backup-hour fresh-file builder: closes backup_hour_db, removes its
+// file and builds an empty one with its marker. Returns the open result.
+int tallyd_build_avp_backup_hour_db(tallyd_db_set_t *set);
 int tallyd_create_statistic_db(tallyd_db_set_t *set);
 
 // 1 when /tmp/tallyd/<md5_name> verifies with md5sum -c, else 0; the md5

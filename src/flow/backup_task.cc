@@ -1,18 +1,12 @@
-// The backup task: once every 3587 s the last hour of the hour tables is
-// summed into backup_hour_db.
-#include "flow/backup_task.h"
-
-#include <cstdio>
-#include <filesystem>
-#include <string>
-
+// The backup task (every 3587 s): records its run time in last_backup_time
+// and folds the last hour of the hour tables of db into backup_hour_db:
+// applications per SSID into avp_ssid_backup, clients into
+// avp_top_client_backup. When a part fails the whole backup database is
+// replaced by an empty one.
 #include "base/clock.h"
-#include "base/path.h"
 #include "base/sys_info.h"
 #include "db/db_files.h"
 #include "db/db_set.h"
-#include "db/schema.h"
-#include "db/sql.h"
 #include "eloop/eloop.h"
 #include "flow/day_ssid.h"
 #include "flow/hour_rollup.h"
@@ -23,24 +17,6 @@ namespace {
 constexpr int32_t kPeriod = 3587;
 
 }  // namespace
-
-int tallyd_backup_hour_db_fresh() {
-    sqlite3 *&conn = tallyd_db_set.backup_hour_db;
-    sql_close(&conn);
-    const std::string path = tallyd_path(TALLYD_DB_BACKUP);
-    std::error_code ec;
-    std::filesystem::remove(path, ec);
-    const int rc =
-        sqlite3_open_v2(path.c_str(), &conn, SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE, nullptr);
-    if (rc != SQLITE_OK) sql_close(&conn);
-    if (!conn) {
-        std::puts("Failed to create temporary backup_hour_db.db");
-        return rc;
-    }
-    if (tallyd_create_backup_tables(conn) == 0)
-        tallyd_insert_timestamp(conn, "avp_top_client_backup", 4);
-    return rc;
-}
 
 void tallyd_pre_backup_day(void *, void *) {
     eloop_register_timeout(kPeriod, 0, tallyd_pre_backup_day, nullptr, nullptr);
@@ -54,5 +30,5 @@ void tallyd_pre_backup_day(void *, void *) {
                                          "avp_top_client_backup", now, tallyd_db_set.db,
                                          tallyd_db_set.backup_hour_db) == 0)
         return;
-    tallyd_backup_hour_db_fresh();
+    tallyd_build_avp_backup_hour_db(&tallyd_db_set);
 }

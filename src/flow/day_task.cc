@@ -6,7 +6,7 @@
 #include "db/recover.h"
 #include "db/retention.h"
 #include "eloop/eloop.h"
-#include "flow/backup_task.h"
+#include "db/db_files.h"
 #include "flow/day_ssid.h"
 #include "flow/hour_rollup.h"
 #include "flow/rollup_stamp.h"
@@ -35,7 +35,7 @@ void tallyd_pre_handle_day(void *, void *) {
         tallyd_pre_handle_avp_top_client(TALLYD_MODE_DAY, "avp_top_client_backup",
                                          "avp_top_client_day", stamp, tallyd_db_set.backup_hour_db,
                                          tallyd_db_set.db) == 0) {
-        tallyd_backup_hour_db_fresh();
+        tallyd_build_avp_backup_hour_db(&tallyd_db_set);
         tallyd_sys_info.last_backup_time = 0;
         return;
     }
