@@ -4,25 +4,12 @@
 #include <charconv>
 #include <iterator>
 
+#include "client.h"
 #include "entity/dict.h"
 #include "entity/entity_wire.h"
+#include "ipc/msg_ids.h"
 
 namespace {
-
-bool parse_u32(std::string_view s, uint32_t *out) {
-    int base = 10;
-    if (s.size() > 2 && s[0] == '0' && (s[1] == 'x' || s[1] == 'X')) {
-        s.remove_prefix(2);
-        base = 16;
-    }
-    auto [end, ec] = std::from_chars(s.data(), s.data() + s.size(), *out, base);
-    return !s.empty() && ec == std::errc() && end == s.data() + s.size();
-}
-
-// Message ids of the settings and statistics messages sent from here.
-constexpr uint32_t kSetStaHostnameId = 0x0300005c;
-constexpr uint32_t kArcQpxInterfaceId = 0x0300005d;
-constexpr uint32_t kStat0aId = 0x1200000a;
 
 std::vector<uint8_t> without_header(std::vector<uint8_t> msg) {
     msg.erase(msg.begin(), msg.begin() + 12);
@@ -45,7 +32,7 @@ bool tallyctl_stat0a_records(const std::vector<std::string> &pairs,
     for (const std::string &p : pairs) {
         size_t eq = p.rfind('=');
         uint32_t value = 0;
-        if (eq == std::string::npos || !parse_u32(std::string_view(p).substr(eq + 1), &value)) {
+        if (eq == std::string::npos || !tallyctl_parse_u32(std::string_view(p).substr(eq + 1), &value)) {
             *error = "bad MAC=VALUE pair: " + p;
             return false;
         }
@@ -58,7 +45,7 @@ int64_t tallyctl_arc_value(std::string_view word) {
     if (word == "on") return 1;
     if (word == "off") return 0;
     uint32_t v = 0;
-    return parse_u32(word, &v) ? int64_t{v} : -1;
+    return tallyctl_parse_u32(word, &v) ? int64_t{v} : -1;
 }
 
 int tallyctl_print_ids(std::string_view which, std::string *out, std::string *error) {
@@ -88,14 +75,14 @@ int tallyctl_entity_datagram(std::string_view cmd, const std::vector<std::string
     *out = {};
     if (cmd == "set-hostname") {
         if (args.size() != 2) return usage(error, "set-hostname MAC NAME");
-        out->id = kSetStaHostnameId;
+        out->id = TALLYD_MSG_SET_STA_HOSTNAME;
         out->payload = without_header(entity_wire::build_set_hostname(args[0], args[1]));
         return 0;
     }
     if (cmd == "arc") {
         int64_t v = args.size() == 1 ? tallyctl_arc_value(args[0]) : -1;
         if (v < 0) return usage(error, "arc on|off|VALUE");
-        out->id = kArcQpxInterfaceId;
+        out->id = TALLYD_MSG_ARC_QPX_INTERFACE;
         out->payload = without_header(entity_wire::build_arc(static_cast<uint32_t>(v)));
         return 0;
     }
@@ -104,7 +91,7 @@ int tallyctl_entity_datagram(std::string_view cmd, const std::vector<std::string
         std::string why;
         if (!tallyctl_stat0a_records(args, &records, &why))
             return usage(error, ("stat0a MAC=VALUE... (" + why + ")").c_str());
-        out->id = kStat0aId;
+        out->id = TALLYD_MSG_STAT_0A;
         out->stat_socket = true;
         out->payload = without_header(entity_wire::build_stat_0a(records));
         return 0;
