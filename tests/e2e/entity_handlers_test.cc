@@ -23,30 +23,12 @@
 #include "entity/entity_wire.h"
 #include "flow/ingest_sim.h"
 #include "support/daemon.h"
+#include "support/e2e_util.h"
 
 namespace {
 
 namespace fs = std::filesystem;
 using k = tallyd_socket_kind;
-
-std::string read_text(const std::string &path) {
-    std::ifstream in(path);
-    return std::string(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
-}
-
-void write_text(const std::string &path, const std::string &text) {
-    fs::create_directories(fs::path(path).parent_path());
-    std::ofstream(path) << text;
-}
-
-bool eventually(const std::function<bool()> &done, int timeout_ms = 5000) {
-    auto end = std::chrono::steady_clock::now() + std::chrono::milliseconds(timeout_ms);
-    while (std::chrono::steady_clock::now() < end) {
-        if (done()) return true;
-        std::this_thread::sleep_for(std::chrono::milliseconds(50));
-    }
-    return done();
-}
 
 // Runs a statement on a database the daemon keeps open and returns every
 // row as "a|b|c", rows joined with ','. "ERROR: ..." when it fails.

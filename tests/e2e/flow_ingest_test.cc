@@ -16,6 +16,7 @@
 #include "flow/ingest_sim.h"
 #include "flow/ingest_writer.h"
 #include "support/daemon.h"
+#include "support/e2e_util.h"
 
 namespace {
 
@@ -35,15 +36,6 @@ int64_t query_int(const std::string &file, const std::string &sql) {
     }
     sqlite3_close_v2(db);
     return v;
-}
-
-bool eventually(const std::function<bool()> &done, int timeout_ms) {
-    auto end = std::chrono::steady_clock::now() + std::chrono::milliseconds(timeout_ms);
-    while (std::chrono::steady_clock::now() < end) {
-        if (done()) return true;
-        std::this_thread::sleep_for(std::chrono::milliseconds(50));
-    }
-    return done();
 }
 
 size_t spool_files(const std::string &spool) {

@@ -14,6 +14,7 @@
 #include "client.h"
 #include "ipc/msg_layout.h"
 #include "support/daemon.h"
+#include "support/e2e_util.h"
 
 namespace {
 
@@ -28,16 +29,6 @@ bool has_line(tallyd_daemon &d, const std::string &line) {
 ::testing::AssertionResult logs(tallyd_daemon &d, const std::string &line) {
     if (d.wait_log(line) && has_line(d, line)) return ::testing::AssertionSuccess();
     return ::testing::AssertionFailure() << "no line \"" << line << "\" in:\n" << d.log_text();
-}
-
-std::string read_text(const std::string &path) {
-    std::ifstream in(path);
-    return std::string(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
-}
-
-void write_text(const std::string &path, const std::string &text) {
-    fs::create_directories(fs::path(path).parent_path());
-    std::ofstream(path) << text;
 }
 
 // A pid that certainly belongs to no process any more.
