@@ -32,18 +32,25 @@ constexpr uint32_t kBudgetSeconds = 12;
 struct dir_closer {
     void operator()(DIR *d) const { closedir(d); }
 };
-struct file_closer {
-    void operator()(FILE *f) const { std::fclose(f); }
-};
 using dir_ptr = std::unique_ptr<DIR, dir_closer>;
-using file_ptr = std::unique_ptr<FILE, file_closer>;
+
+// The descriptor of the spool file being read, closed on every way out.
+struct file_fd {
+    int fd;
+    explicit file_fd(const char *path) : fd(open(path, O_RDONLY | O_CLOEXEC)) {}
+    ~file_fd() {
+        if (fd >= 0) close(fd);
+    }
+    file_fd(const file_fd &) = delete;
+    file_fd &operator=(const file_fd &) = delete;
+};
 
 // The decoded message of the file being read: fixed storage of the task
 // (some 35 KB for 50 entries), reused for every file.
 ArcMessage g_message;
-// The stdio buffer of the file being read: a flow file of 50 entries is some
-// 6 KB, so one read takes it whole, and no buffer is allocated per file.
-char g_file_buffer[64 * 1024];
+// The read buffer of the file being read: a flow file of 50 entries is some
+// 6 KB, so one read() takes it whole, and no buffer is allocated per file.
+pb_byte_t g_file_buffer[64 * 1024];
 
 // Spool files are named "<ap mac>-<n>" after the reporting AP; anything
 // without both a dash and a colon is not a flow file.
@@ -88,13 +95,13 @@ int ingest_file(flow_sql &sql, const std::string &dir, const char *name, uint32_
 
     char path[PATH_MAX];
     std::snprintf(path, sizeof path, "%s/%s", dir.c_str(), name);
-    file_ptr file(std::fopen(path, "rb"));
-    if (!file) {
+    file_fd file(path);
+    if (file.fd < 0) {
         tallyd_log(LOG_DEBUG, "tallyd, failed to open %s\n", path);
         return -1;
     }
-    std::setvbuf(file.get(), g_file_buffer, _IOFBF, sizeof g_file_buffer);
-    if (!tallyd_decode_arc(file.get(), &g_message)) {
+    arc_source src{.fd = file.fd, .buffer = g_file_buffer};
+    if (!tallyd_decode_arc(&src, &g_message)) {
         tallyd_log(LOG_WARNING, "tallyd, failed to decode ARC\n");
         return 0;
     }

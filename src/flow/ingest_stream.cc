@@ -1,28 +1,63 @@
 #include "flow/ingest_stream.h"
 
-#include <cstdint>
+#include <unistd.h>
 
-bool tallyd_callback(pb_istream_t *stream, pb_byte_t *buf, size_t count) {
-    FILE *file = static_cast<FILE *>(stream->state);
-    // Most reads are the single bytes of tags and varints: getc_unlocked
-    // takes them straight from the stdio buffer, which matters at tens of
-    // thousands of entries per run. The stream is only used on this thread.
-    size_t got;
-    if (count == 1) {
-        int c = getc_unlocked(file);
-        got = c == EOF ? 0 : 1;
-        if (got) buf[0] = static_cast<pb_byte_t>(c);
-    } else {
-        got = fread_unlocked(buf, 1, count, file);
+#include <algorithm>
+#include <cerrno>
+#include <cstdint>
+#include <cstring>
+
+namespace {
+
+// Refills the buffer with one read(). A regular file returns a short read
+// only at its end, so after one no further read is tried.
+void refill(arc_source *src) {
+    src->pos = 0;
+    src->end = 0;
+    ssize_t got;
+    do {
+        got = read(src->fd, src->buffer.data(), src->buffer.size());
+    } while (got < 0 && errno == EINTR);
+    if (got < 0) {
+        src->failed = true;
+        return;
     }
-    if (feof_unlocked(file)) stream->bytes_left = 0;
-    return got == count;
+    src->end = static_cast<size_t>(got);
+    src->eof = src->end < src->buffer.size();
 }
 
-bool tallyd_decode_arc(FILE *file, ArcMessage *msg) {
+}  // namespace
+
+bool tallyd_callback(pb_istream_t *stream, pb_byte_t *buf, size_t count) {
+    auto *src = static_cast<arc_source *>(stream->state);
+    // Nearly every call is for a few bytes already in the buffer.
+    if (src->end - src->pos >= count) {
+        std::memcpy(buf, src->buffer.data() + src->pos, count);
+        src->pos += count;
+        return true;
+    }
+    while (count > 0 && !src->failed) {
+        if (src->pos == src->end) {
+            if (src->eof) {
+                stream->bytes_left = 0;
+                break;
+            }
+            refill(src);
+            continue;
+        }
+        size_t n = std::min(count, src->end - src->pos);
+        std::memcpy(buf, src->buffer.data() + src->pos, n);
+        src->pos += n;
+        buf += n;
+        count -= n;
+    }
+    return count == 0;
+}
+
+bool tallyd_decode_arc(arc_source *src, ArcMessage *msg) {
     pb_istream_t stream{};
     stream.callback = tallyd_callback;
-    stream.state = file;
+    stream.state = src;
     stream.bytes_left = SIZE_MAX;
     return pb_decode(&stream, ArcMessage_fields, msg);
 }

@@ -1,7 +1,9 @@
 // The traffic simulator behind tallyd-flowgen: reproducible, decodable by
 // the ingester, and skewed enough for top lists.
 
+#include <fcntl.h>
 #include <gtest/gtest.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <cstdio>
@@ -54,10 +56,12 @@ TEST_F(flow_sim_test, WrittenReportsDecodeThroughTheSpoolReader) {
         sim.report(ap, 1, msg.get());
         std::string name = arc_spool_name(sim.ap_mac(ap), 1);
         ASSERT_EQ(arc_write_file(dir, name, arc_encode(*msg)), 0);
-        FILE *f = std::fopen((dir + "/" + name).c_str(), "rb");
-        ASSERT_NE(f, nullptr);
-        EXPECT_TRUE(tallyd_decode_arc(f, back.get()));
-        std::fclose(f);
+        int fd = open((dir + "/" + name).c_str(), O_RDONLY);
+        ASSERT_GE(fd, 0);
+        pb_byte_t buffer[4096];
+        arc_source src{.fd = fd, .buffer = buffer};
+        EXPECT_TRUE(tallyd_decode_arc(&src, back.get()));
+        close(fd);
         EXPECT_TRUE(back->has_serial);
         ASSERT_EQ(back->records_count, 50);
         for (pb_size_t i = 0; i < back->records_count; ++i) {
