@@ -44,11 +44,30 @@ sql_stmt *flow_stmt::get(sqlite3 *db, const char *sql) {
     return stmt ? &stmt : nullptr;
 }
 
+flow_sql::~flow_sql() {
+    end_read();
+}
+
+// Opens the run's read transaction on db unless one is open already: this
+// run's own, or one another task left open, which is not ours to end.
+void flow_sql::begin_read(sqlite3 *db) {
+    if (!db || db == read_txn_ || !sqlite3_get_autocommit(db)) return;
+    if (sql_exec(db, "BEGIN TRANSACTION") == SQLITE_OK) read_txn_ = db;
+}
+
+void flow_sql::end_read() {
+    sqlite3 *db = read_txn_;
+    read_txn_ = nullptr;
+    if (db && db == tallyd_db_set.db && !sqlite3_get_autocommit(db))
+        sql_exec(db, "COMMIT TRANSACTION");
+}
+
 int32_t flow_sql::group_id(const char *file_name) {
     char ap_mac[18];
     std::snprintf(ap_mac, sizeof ap_mac, "%.17s", file_name);
 
     sqlite3 *db = tallyd_db_set.db;
+    begin_read(db);
     sql_stmt *s = group_.get(db, kGroupSql);
     int rc = SQLITE_ERROR;
     int32_t group = 1;
@@ -68,6 +87,8 @@ int32_t flow_sql::group_id(const char *file_name) {
     std::snprintf(sql, sizeof sql, kGroupFmt, ap_mac);
     tallyd_log(LOG_ERR, kValueErr, sql, group_.err.text.c_str());
     if (group_.err.malformed()) {
+        // The rebuild closes db, and with it the read transaction.
+        end_read();
         group_.drop();
         tallyd_recover_from_malformed(1);
     }

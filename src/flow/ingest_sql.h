@@ -4,6 +4,9 @@
 // Each statement is prepared once per run on first use and reused with bound
 // values for every file and entry of the run; it is dropped before the
 // database under it is rebuilt and prepared again on the new connection.
+// The group lookups of a run share one read transaction on db (one shared
+// lock rather than one per file), ended when the run's flow_sql goes away;
+// nothing writes db while a flow run is under way.
 // Stored values are those the daemon's formatted statements would store
 // (integers for numbers, texts for quoted values); failure logs show those
 // formatted statements.
@@ -49,6 +52,7 @@ struct flow_stmt {
 class flow_sql {
    public:
     flow_sql() = default;
+    ~flow_sql();
     flow_sql(const flow_sql &) = delete;
     flow_sql &operator=(const flow_sql &) = delete;
 
@@ -64,6 +68,11 @@ class flow_sql {
     int insert(const flow_row &row);
 
    private:
+    void begin_read(sqlite3 *db);
+    void end_read();
+
+    // The db connection on which this run began its read transaction.
+    sqlite3 *read_txn_ = nullptr;
     flow_stmt group_;
     flow_stmt insert_;
     // The stored forms of escaped texts (doubled quotes made single again).

@@ -277,6 +277,7 @@ TEST_F(flow_ingest_test, MalformedMainDbDuringGroupLookupIsRecovered) {
     ASSERT_TRUE(corrupt_table(&tallyd_db_set.db, file.c_str(), "avp_ap"));
     ASSERT_TRUE(corrupt_table(&tallyd_db_set.db, file.c_str(), "avp_ap_idx"));
     put(std::string(kAp1) + "-1", entries(1, kAp1));
+    put(std::string(kAp1) + "-2", entries(1, kAp1));
 
     tallyd_handle_flow(kStartTime);
 
@@ -285,10 +286,53 @@ TEST_F(flow_ingest_test, MalformedMainDbDuringGroupLookupIsRecovered) {
         "ap_mac='00:1a:2b:00:00:01', aErrMsg = database disk image is malformed\n";
     EXPECT_TRUE(logged(LOG_ERR, lookup)) << log_dump();
     EXPECT_TRUE(logged(LOG_WARNING, "tallyd, recover hour and day tables from malformed\n"));
-    ASSERT_EQ(rows().size(), 1u);
+    ASSERT_EQ(rows().size(), 2u);
     EXPECT_EQ(rows()[0].group_id, "1");
+    EXPECT_EQ(rows()[1].group_id, "1");
     sql_table t;
     EXPECT_EQ(sql_get_table(tallyd_db_set.db, "SELECT count(*) FROM avp_ap", t), SQLITE_OK);
+    // The lookup after the rebuild read the new db; nothing of it stays open.
+    EXPECT_NE(sqlite3_get_autocommit(tallyd_db_set.db), 0);
+}
+
+TEST_F(flow_ingest_test, GroupLookupsLeaveDbAsTheyFoundIt) {
+    auto set_group = [](sqlite3 *conn, int group) {
+        char sql[160];
+        std::snprintf(sql, sizeof sql,
+                      "INSERT OR REPLACE INTO avp_ap(rowid, time, ap_mac, model, group_id) "
+                      "VALUES(1, 0, '%s', 'm', %d)",
+                      kAp1, group);
+        return sql_exec(conn, sql);
+    };
+    ASSERT_EQ(set_group(tallyd_db_set.db, 7), SQLITE_OK);
+    put(std::string(kAp1) + "-1", entries(1, kAp1));
+    put(std::string(kAp2) + "-1", entries(1, kAp2));
+    tallyd_handle_flow(kStartTime);
+    ASSERT_EQ(rows().size(), 2u);
+    EXPECT_NE(sqlite3_get_autocommit(tallyd_db_set.db), 0);
+
+    // No lock outlives the run: another process can change the group, and
+    // the next run reads the change.
+    sqlite3 *other = nullptr;
+    ASSERT_EQ(sqlite3_open(path(TALLYD_DB_MAIN).c_str(), &other), SQLITE_OK);
+    EXPECT_EQ(set_group(other, 9), SQLITE_OK);
+    sqlite3_close(other);
+    sql_exec(tallyd_db_set.temp_db, "DELETE FROM avp_base");
+    put(std::string(kAp1) + "-2", entries(1, kAp1));
+    tallyd_handle_flow(kStartTime + 60);
+    ASSERT_EQ(rows().size(), 1u);
+    EXPECT_EQ(rows()[0].group_id, "9");
+
+    // A transaction another task left open on db is neither ended nor hidden.
+    ASSERT_EQ(sql_exec(tallyd_db_set.db, "BEGIN TRANSACTION"), SQLITE_OK);
+    ASSERT_EQ(set_group(tallyd_db_set.db, 4), SQLITE_OK);
+    sql_exec(tallyd_db_set.temp_db, "DELETE FROM avp_base");
+    put(std::string(kAp1) + "-3", entries(1, kAp1));
+    tallyd_handle_flow(kStartTime + 120);
+    EXPECT_EQ(sqlite3_get_autocommit(tallyd_db_set.db), 0);
+    sql_exec(tallyd_db_set.db, "ROLLBACK TRANSACTION");
+    ASSERT_EQ(rows().size(), 1u);
+    EXPECT_EQ(rows()[0].group_id, "4");
 }
 
 TEST_F(flow_ingest_test, MissingOrUnreadableSpoolChangesNothing) {
