@@ -31,7 +31,7 @@ class flow_stream_test : public root_test {
             std::snprintf(r.app, sizeof r.app, "%.*s", static_cast<int>(i % 40 + 1),
                           "application-name-of-some-length-0123456789");
             r.port = 1000 + i;
-            std::snprintf(r.client_mac, sizeof r.client_mac, "02:00:00:00:00:%02x", i);
+            std::snprintf(r.client_mac, sizeof r.client_mac, "02:00:00:00:00:%02x", i & 0xffu);
             std::snprintf(r.ap_mac, sizeof r.ap_mac, "00:1a:2b:00:00:01");
             std::snprintf(r.ssid, sizeof r.ssid, "corp");
             r.uplink = 1ull << (i % 60);
