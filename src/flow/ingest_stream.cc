@@ -30,9 +30,14 @@ void refill(arc_source *src) {
 
 bool tallyd_callback(pb_istream_t *stream, pb_byte_t *buf, size_t count) {
     auto *src = static_cast<arc_source *>(stream->state);
-    // Nearly every call is for a few bytes already in the buffer.
+    // Nearly every call is for a few bytes already in the buffer, most for
+    // the single bytes of tags and varints.
     if (src->end - src->pos >= count) {
-        std::memcpy(buf, src->buffer.data() + src->pos, count);
+        const pb_byte_t *from = src->buffer.data() + src->pos;
+        if (count == 1)
+            buf[0] = from[0];
+        else
+            std::memcpy(buf, from, count);
         src->pos += count;
         return true;
     }
