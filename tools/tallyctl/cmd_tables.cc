@@ -161,14 +161,20 @@ void print_json(const std::vector<db_info> &dbs, std::string *out) {
     *out += "{\"databases\":[";
     for (size_t i = 0; i < dbs.size(); ++i) {
         const db_info &d = dbs[i];
-        *out += (i ? "," : "") + std::string("{\"file\":") + json_string(d.file);
+        *out += i ? ",{\"file\":" : "{\"file\":";
+        *out += json_string(d.file);
         if (!d.error.empty()) *out += ",\"error\":" + json_string(d.error);
         *out += ",\"tables\":[";
         for (size_t j = 0; j < d.tables.size(); ++j) {
             const table_info &t = d.tables[j];
-            *out += (j ? "," : "") + std::string("{\"name\":") + json_string(t.name) +
-                    ",\"rows\":" + std::to_string(t.rows) +
-                    ",\"newest_time\":" + (t.newest ? std::to_string(*t.newest) : "null");
+            // Appended piece by piece: GCC 12's -Wrestrict misreads the
+            // inlined copies of one long operator+ chain here.
+            *out += j ? ",{\"name\":" : "{\"name\":";
+            *out += json_string(t.name);
+            *out += ",\"rows\":";
+            *out += std::to_string(t.rows);
+            *out += ",\"newest_time\":";
+            *out += t.newest ? std::to_string(*t.newest) : "null";
             if (!t.error.empty()) *out += ",\"error\":" + json_string(t.error);
             *out += "}";
         }
