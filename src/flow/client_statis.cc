@@ -4,7 +4,6 @@
 #include <cstdio>
 
 #include "base/log.h"
-#include "db/recover.h"
 #include "db/sql.h"
 #include "flow/rollup_limits.h"
 #include "flow/rollup_sql.h"
@@ -206,7 +205,5 @@ int tallyd_pre_handle_client_statis_info(int32_t mode, const char *src_table, co
             run.note(err);
         }
     }
-    if (!run.last().malformed()) return 0;
-    tallyd_recover_from_malformed(kMaskStatistic);
-    return -1;
+    return rollup_result(run.last().malformed(), kMaskStatistic);
 }

@@ -3,7 +3,6 @@
 #include <cstdio>
 
 #include "base/log.h"
-#include "db/recover.h"
 #include "db/sql.h"
 #include "flow/hour_rollup.h"
 #include "flow/rollup_limits.h"
@@ -148,7 +147,5 @@ int tallyd_pre_handle_avp_ssid(int32_t mode, const char *src_table, const char *
     sql_error err;
     if (sql_exec(dst, "COMMIT TRANSACTION", &err) != SQLITE_OK)
         run.failed("tallyd, avp_ssid commit aErrMsg = %s\n", err);
-    if (!run.malformed) return 0;
-    tallyd_recover_from_malformed(m.mask);
-    return -1;
+    return rollup_result(run.malformed, m.mask);
 }

@@ -14,7 +14,6 @@
 #include <cstdint>
 
 #include "base/log.h"
-#include "db/recover.h"
 #include "db/sql.h"
 #include "flow/rollup_sql.h"
 
@@ -25,13 +24,6 @@ struct rollup_msgs {
     const char *insert_fail;
     const char *commit_fail;
 };
-
-// Starts the rebuild of mask when err is the malformed text: -1 then, else 0.
-inline int rollup_result(const sql_error &err, uint32_t mask) {
-    if (!err.malformed()) return 0;
-    tallyd_recover_from_malformed(mask);
-    return -1;
-}
 
 // Runs select on src and inserts its rows with insert_fmt (one "%s" for the
 // table) into table on dst. The walk ends at the first row whose last column
@@ -44,7 +36,7 @@ int rollup_run(sqlite3 *src, const char *select, sqlite3 *dst, const char *inser
     sql_table rows;
     if (sql_get_table(src, select, rows, &err) != SQLITE_OK) {
         tallyd_log(LOG_ERR, msgs.select_fail, err.text.c_str());
-        return rollup_result(err, mask);
+        return rollup_result(err.malformed(), mask);
     }
     sql_exec(dst, "BEGIN TRANSACTION");
     const int last = rows.cols() - 1;
@@ -59,9 +51,9 @@ int rollup_run(sqlite3 *src, const char *select, sqlite3 *dst, const char *inser
             if (insert->run(&err) == SQLITE_OK) continue;
         }
         tallyd_log(LOG_ERR, msgs.insert_fail, err.text.c_str());
-        return rollup_result(err, mask);
+        return rollup_result(err.malformed(), mask);
     }
     if (sql_exec(dst, "COMMIT TRANSACTION", &err) != SQLITE_OK)
         tallyd_log(LOG_ERR, msgs.commit_fail, err.text.c_str());
-    return rollup_result(err, mask);
+    return rollup_result(err.malformed(), mask);
 }

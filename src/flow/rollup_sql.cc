@@ -6,7 +6,14 @@
 #include <unordered_set>
 
 #include "base/log.h"
+#include "db/recover.h"
 #include "entity/text.h"
+
+int rollup_result(bool malformed, uint32_t mask) {
+    if (!malformed) return 0;
+    tallyd_recover_from_malformed(mask);
+    return -1;
+}
 
 sql_stmt *rollup_stmt(sqlite3 *conn, const char *fmt, const char *table, sql_error *err) {
     // The statement cache is keyed by the address of a text that lives as

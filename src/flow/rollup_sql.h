@@ -19,6 +19,10 @@ inline const char *rollup_text(const char *v) {
     return v ? v : "(null)";
 }
 
+// The result of a rollup: when SQLite reported a malformed database, the
+// rebuild of mask is started and the result is -1; else 0.
+int rollup_result(bool malformed, uint32_t mask);
+
 // The cached prepared statement of fmt (a static text with one "%s" for the
 // table) on table, for conn. Null on failure with err filled, as running the
 // statement would have filled it.
