@@ -100,12 +100,19 @@ class client_run {
         tallyd_log(LOG_ERR, kValueFail, text, err.text.c_str());
         last_ = err;
     }
+    // The prepared statement of fmt behind *slot, looked up on first use
+    // rather than formatted and looked up again for every row.
+    sql_stmt *stmt(sql_stmt **slot, const char *fmt, sql_error *err) {
+        if (!*slot) *slot = rollup_stmt(conn_, fmt, table_, err);
+        return *slot;
+    }
 
     sqlite3 *conn_;
     const char *table_;
     uint32_t now_;
     client_key key_;
     rollup_quoted host_name_, auth_type_, user_name_;
+    sql_stmt *lookup_ = nullptr, *insert_ = nullptr, *update_ = nullptr;
     sql_error last_;
 };
 
@@ -119,7 +126,7 @@ void client_run::row(const sql_table &rows, int r) {
 
 bool client_run::exists() {
     sql_error err;
-    sql_stmt *s = rollup_stmt(conn_, kLookupSql, table_, &err);
+    sql_stmt *s = stmt(&lookup_, kLookupSql, &err);
     int rc = SQLITE_ERROR;
     if (s) {
         key_.bind(*s, 1);
@@ -141,7 +148,7 @@ void client_run::insert(const sql_table &rows, int r) {
     const char *ip = rollup_text(rows.at(r, kIp));
     const char *ip6 = rollup_text(rows.at(r, kIp6));
     sql_error err;
-    if (sql_stmt *s = rollup_stmt(conn_, kInsertSql, table_, &err)) {
+    if (sql_stmt *s = stmt(&insert_, kInsertSql, &err)) {
         s->bind(1, int64_t{now_});
         s->bind_static(2, key_.mac);
         s->bind(3, int64_t{key_.ap_id});
@@ -172,7 +179,7 @@ void client_run::insert(const sql_table &rows, int r) {
 
 void client_run::update() {
     sql_error err;
-    if (sql_stmt *s = rollup_stmt(conn_, kUpdateSql, table_, &err)) {
+    if (sql_stmt *s = stmt(&update_, kUpdateSql, &err)) {
         s->bind(1, int64_t{now_});
         key_.bind(*s, 2);
         if (s->run(&err) == SQLITE_OK) return;
