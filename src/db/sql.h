@@ -105,12 +105,11 @@ class sql_stmt {
     void bind_static(int i, std::string_view v) {
         sqlite3_bind_text(s_, i, v.data(), static_cast<int>(v.size()), SQLITE_STATIC);
     }
-    void bind_double(int i, double v) { sqlite3_bind_double(s_, i, v); }
     // A counter as "%llu" puts it into a statement: an integer, or the real
     // number SQLite reads from a decimal literal beyond the signed 64-bit range.
     void bind_u64(int i, uint64_t v) {
         if (v > static_cast<uint64_t>(INT64_MAX))
-            bind_double(i, static_cast<double>(v));
+            sqlite3_bind_double(s_, i, static_cast<double>(v));
         else
             bind(i, static_cast<int64_t>(v));
     }
