@@ -67,7 +67,7 @@ unsigned long lu(uint32_t v) {
     return v;
 }
 
-int insert_row(ssid_run &run, const sql_table &rows, int r, rollup_quoted &app) {
+void insert_row(ssid_run &run, const sql_table &rows, int r, rollup_quoted &app) {
     sql_error err;
     if (!run.insert) run.insert = rollup_stmt(run.dst, kInsert, run.dst_table, &err);
     if (run.insert) {
@@ -77,10 +77,9 @@ int insert_row(ssid_run &run, const sql_table &rows, int r, rollup_quoted &app) 
         s.bind_u64(5, rows.u64_at(r, 3));
         s.bind_u64(6, rows.u64_at(r, 4));
         s.bind(7, int64_t{rows.int_at(r, 5)});
-        if (s.run(&err) == SQLITE_OK) return 0;
+        if (s.run(&err) == SQLITE_OK) return;
     }
     run.failed("tallyd, INSERT avp_ssid aErrMsg = %s\n", err);
-    return -1;
 }
 
 // The application rows of one SSID.
