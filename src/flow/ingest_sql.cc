@@ -1,9 +1,7 @@
 #include "flow/ingest_sql.h"
 
-#include <cinttypes>
 #include <cstdio>
 #include <cstdlib>
-#include <cstring>
 
 #include "base/log.h"
 #include "db/db_files.h"
