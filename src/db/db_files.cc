@@ -63,10 +63,6 @@ bool flash_copy_exists(std::string_view base) {
     return db_fs_exists(db_fs_db_path(TALLYD_FLASH_DIR, base));
 }
 
-void remove_if_exists(const std::string &path) {
-    if (db_fs_exists(path)) db_fs_rm_rf(path);
-}
-
 // Rows outside the kept range go when db is opened; the first failing group
 // ends the purge.
 int purge_main(sqlite3 *db, uint32_t now) {
@@ -77,7 +73,7 @@ int purge_main(sqlite3 *db, uint32_t now) {
 }
 
 int build_main(tallyd_db_set_t *set, const std::string &ram) {
-    remove_if_exists(ram);
+    db_fs_rm_rf(ram);
     int rc = db_open(ram, kOpenCreate, &set->db);
     if (rc != SQLITE_OK) {
         tallyd_log(LOG_ERR, "tallyd, Failed to open the avp.db\n");
@@ -94,7 +90,7 @@ int build_main(tallyd_db_set_t *set, const std::string &ram) {
 int build_fresh(sqlite3 **slot, const std::string &ram, int (*create_tables)(sqlite3 *),
                 const char *marker_table, int32_t marker_kind) {
     sql_close(slot);
-    remove_if_exists(ram);
+    db_fs_rm_rf(ram);
     int rc = db_open(ram, kOpenCreate, slot);
     if (*slot && create_tables(*slot) == 0)
         tallyd_insert_timestamp(*slot, marker_table, marker_kind);
@@ -111,8 +107,7 @@ int tallyd_create_avp_db(tallyd_db_set_t *set) {
         // Left by an earlier run of the daemon: used as it is.
         if (db_open_existing(ram, &set->db) == SQLITE_OK) return purge_main(set->db, now);
     } else {
-        std::string ram_dir = tallyd_path(TALLYD_RAM_DIR);
-        if (!db_fs_exists(ram_dir)) db_fs_mkdir_p(ram_dir);
+        db_fs_mkdir_p(tallyd_path(TALLYD_RAM_DIR));
     }
     if (!flash_copy_exists(kMainBase)) {
         // Without the main copy the saved state is not trusted as a whole:
@@ -138,8 +133,7 @@ int tallyd_create_avp_flash_db(tallyd_db_set_t *set) {
         tallyd_log(LOG_ERR, "tallyd, open the old %s failed\n", "avp_flash.db");
         db_fs_rm_rf(path);
     } else {
-        std::string dir = tallyd_path(TALLYD_FLASH_DIR);
-        if (!db_fs_exists(dir)) db_fs_mkdir_p(dir);
+        db_fs_mkdir_p(tallyd_path(TALLYD_FLASH_DIR));
     }
     int rc = db_open(path, kOpenCreate, &set->db_flash);
     if (rc != SQLITE_OK) {
@@ -158,8 +152,8 @@ int tallyd_create_avp_temp_db(tallyd_db_set_t *set) {
     // Flow rows are staged only until the next rollup: never kept over a
     // restart or a rebuild.
     sql_close(&set->temp_db);
-    std::string path = tallyd_path(TALLYD_RAM_DIR) + "/avp_temp.db";
-    remove_if_exists(path);
+    std::string path = tallyd_path(TALLYD_DB_TEMP);
+    db_fs_rm_rf(path);
     int rc = db_open(path, kOpenCreate, &set->temp_db);
     if (set->temp_db)
         tallyd_create_temp_tables(set->temp_db);

@@ -10,27 +10,22 @@
 
 namespace {
 
-// Deletes the database file "<dir>/<base>.db" (the device's "rm %s/%s.db").
-void remove_db_file(std::string_view dir, std::string_view base) {
-    db_fs_rm(db_fs_db_path(dir, base));
-}
-
 void rebuild_main() {
     sql_close(&tallyd_db_set.db);
-    remove_db_file(TALLYD_RAM_DIR, "avp_1.0");
+    db_fs_rm(tallyd_path(TALLYD_DB_MAIN));
     tallyd_create_avp_db(&tallyd_db_set);
     tallyd_log(LOG_WARNING, "tallyd, recover hour and day tables from malformed\n");
 }
 
 void rebuild_temp() {
     sql_close(&tallyd_db_set.temp_db);
-    remove_db_file(TALLYD_RAM_DIR, "avp_temp");
+    db_fs_rm(tallyd_path(TALLYD_DB_TEMP));
     tallyd_create_avp_temp_db(&tallyd_db_set);
 }
 
 void rebuild_backup() {
     sql_close(&tallyd_db_set.backup_hour_db);
-    remove_db_file(TALLYD_RAM_DIR, "avp_backup_hour");
+    db_fs_rm(tallyd_path(TALLYD_DB_BACKUP));
     tallyd_create_avp_backup_hour_db(&tallyd_db_set);
 }
 
@@ -39,14 +34,14 @@ void rebuild_flash() {
     // opener assigns db_flash on every path, so nothing can use it closed.
     sqlite3 *stale = tallyd_db_set.db_flash;
     sql_close(&stale);
-    remove_db_file(TALLYD_FLASH_DIR, "avp_flash");
+    db_fs_rm(tallyd_path(TALLYD_DB_FLASH));
     tallyd_create_avp_flash_db(&tallyd_db_set);
     tallyd_log(LOG_WARNING, "tallyd, recover week and month tables from malformed\n");
 }
 
 void rebuild_statistic() {
     sql_close(&tallyd_db_set.statistic_db);
-    remove_db_file(TALLYD_RAM_DIR, "statistic");
+    db_fs_rm(tallyd_path(TALLYD_DB_STATISTIC));
     tallyd_create_statistic_db(&tallyd_db_set);
 }
 

@@ -120,7 +120,7 @@ bool rename_into_place(const std::string &from, const std::string &to) {
 // One database: copy, checklist, both renamed into place.
 bool save_one(std::string_view base, const std::string &flash_dir) {
     std::string name(base);
-    std::string src = tallyd_path(std::string(TALLYD_RAM_DIR) + "/" + name + ".db");
+    std::string src = db_fs_db_path(TALLYD_RAM_DIR, base);
     std::string tmp_db = flash_dir + "/." + name + ".db.tmp";
     std::string tmp_md5 = flash_dir + "/." + name + ".md5.tmp";
     db_fs_rm_rf(tmp_db);
@@ -164,7 +164,7 @@ int main(int argc, char **argv) {
     // daemon throw away the copies it has (a missing avp_1.0 copy empties
     // the whole flash directory at start-up).
     for (const char *base : kBases) {
-        std::string src = tallyd_path(std::string(TALLYD_RAM_DIR) + "/" + base + ".db");
+        std::string src = db_fs_db_path(TALLYD_RAM_DIR, base);
         if (!db_fs_exists(src)) {
             std::fprintf(stderr, "tallyd-save: database %s is missing; nothing saved\n",
                          src.c_str());
