@@ -215,9 +215,7 @@ int tallyd_dict_read_stored(std::string_view name, std::vector<tallyd_dict_store
     for (xnode *c = xGetFirstChild(list.get()); c; c = xGetNextSibling(c)) {
         int32_t counter = xGetAttrInt(c, "id", 0);
         const char *key = xGetAttrString(c, k->key_attr, "");
-        uint32_t id = static_cast<uint32_t>(counter);
-        if (k->composed_id && id) id = id * size + tallyd_str_hash(key) % size;
-        out->push_back({id, counter, key});
+        out->push_back({dict_id(*k, counter, size, tallyd_str_hash(key) % size), counter, key});
     }
     return 0;
 }

@@ -38,8 +38,7 @@ uint32_t dict_insert(const dict_kind &k, tallyd_sys_info_t *info, const char *ke
     uint32_t size = usable_size(k, info);
     if (!key || n == 0 || size == 0) return 0;
     uint32_t bucket = tallyd_str_hash(key) % size;
-    uint32_t id = static_cast<uint32_t>(n);
-    if (k.composed_id) id = id * size + bucket;
+    uint32_t id = dict_id(k, n, size, bucket);
 
     tallyd_dict *head = &dict_buckets(k, info)[bucket];
     if (head->id == 0) {

@@ -29,6 +29,13 @@ struct dict_kind {
     tallyd_dict *storage;  // the bucket array, capacity entries
 };
 
+// The id of counter n whose key falls in bucket of a table of size entries
+// (0 stays 0: an empty slot).
+inline uint32_t dict_id(const dict_kind &k, int32_t n, uint32_t size, uint32_t bucket) {
+    uint32_t id = static_cast<uint32_t>(n);
+    return k.composed_id && id ? id * size + bucket : id;
+}
+
 // The bucket array of k in info (attached on first use).
 tallyd_dict *dict_buckets(const dict_kind &k, tallyd_sys_info_t *info);
 
