@@ -9,6 +9,7 @@
 #include <string>
 
 #include "support/daemon.h"
+#include "support/e2e_util.h"
 
 namespace fs = std::filesystem;
 
@@ -116,23 +117,10 @@ TEST(DbStartup, SavedCopiesSurviveARebootAndACorruptOneIsRebuilt) {
     ASSERT_EQ(0, run_save(first.root()));
     // A flipped byte in the statistic copy.
     const std::string copy = first.path("/etc/corvane-images/tallyd/statistic.db");
-    {
-        std::string bytes;
-        {
-            std::FILE *f = std::fopen(copy.c_str(), "rb");
-            ASSERT_NE(nullptr, f);
-            char buf[4096];
-            size_t n;
-            while ((n = std::fread(buf, 1, sizeof buf, f)) > 0) bytes.append(buf, n);
-            std::fclose(f);
-        }
-        ASSERT_GT(bytes.size(), 100u);
-        bytes[100] = static_cast<char>(bytes[100] ^ 0x40);
-        std::FILE *f = std::fopen(copy.c_str(), "wb");
-        ASSERT_NE(nullptr, f);
-        std::fwrite(bytes.data(), 1, bytes.size(), f);
-        std::fclose(f);
-    }
+    std::string bytes = read_text(copy);
+    ASSERT_GT(bytes.size(), 100u);
+    bytes[100] = static_cast<char>(bytes[100] ^ 0x40);
+    write_text(copy, bytes);
     EXPECT_EQ(0, first.stop());
 
     // Reboot: RAM is gone.
@@ -147,10 +135,8 @@ TEST(DbStartup, SavedCopiesSurviveARebootAndACorruptOneIsRebuilt) {
     EXPECT_FALSE(fs::exists(copy));
     db_file statistic(second.path("/tmp/tallyd/statistic.db"));
     EXPECT_EQ("---", statistic.list("SELECT client_mac FROM statis_client_d"));
-    if (first.root().find("OK") == std::string::npos) {  // md5sum -c prints the root
-        EXPECT_EQ("", statistic.list("SELECT ap_id FROM statis_ap_chart"))
-            << "the corrupt copy was taken back";
-    }
+    EXPECT_EQ("", statistic.list("SELECT ap_id FROM statis_ap_chart"))
+        << "the corrupt copy was taken back";
     EXPECT_EQ(0, second.stop());
 }
 
