@@ -4,13 +4,10 @@
 #include <gtest/gtest.h>
 #include <sqlite3.h>
 
-#include <chrono>
 #include <cstdlib>
 #include <filesystem>
-#include <functional>
 #include <memory>
 #include <string>
-#include <thread>
 
 #include "base/path.h"
 #include "flow/ingest_sim.h"

@@ -3,15 +3,14 @@
 #include <gtest/gtest.h>
 #include <sqlite3.h>
 
-#include <chrono>
 #include <cstdlib>
 #include <map>
 #include <memory>
 #include <string>
-#include <thread>
 
 #include "flow/ingest_sim.h"
 #include "support/daemon.h"
+#include "support/e2e_util.h"
 
 namespace {
 
@@ -81,10 +80,12 @@ class db_reader {
 // last of the three a run writes, so its buckets are complete everywhere.
 std::map<std::string, uint64_t> wait_buckets(db_reader &db, size_t count) {
     std::map<std::string, uint64_t> b;
-    for (int i = 0; i < 400 && b.size() < count; ++i) {
-        std::this_thread::sleep_for(std::chrono::milliseconds(50));
-        b = db.pairs("SELECT time, count(*) FROM avp_top_client_hour GROUP BY time");
-    }
+    eventually(
+        [&] {
+            b = db.pairs("SELECT time, count(*) FROM avp_top_client_hour GROUP BY time");
+            return b.size() >= count;
+        },
+        20000);
     return b;
 }
 
