@@ -52,11 +52,7 @@ void clear_hour_tables(sqlite3 *conn) {
 
 int64_t hour_rows(sqlite3 *conn) {
     int64_t n = 0;
-    for (const char *t : kHourTables) {
-        sql_table r;
-        sql_get_table(conn, (std::string("SELECT count(*) FROM ") + t).c_str(), r);
-        n += r.rows() ? r.int_at(0, 0) : 0;
-    }
+    for (const char *t : kHourTables) n += bench_count(conn, t);
     return n;
 }
 
@@ -136,12 +132,6 @@ double bare_run(sqlite3 *src, sqlite3 *dst, uint32_t stamp) {
     return t.seconds();
 }
 
-sqlite3 *open_bare(const std::string &path) {
-    sqlite3 *conn = nullptr;
-    sqlite3_open_v2(path.c_str(), &conn, SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE, nullptr);
-    return conn;
-}
-
 }  // namespace
 
 int main() {
@@ -155,8 +145,8 @@ int main() {
     tallyd_create_avp_temp_db(&tallyd_db_set);
 
     const std::string dir = tallyd_path("/tmp/tallyd");
-    sqlite3 *bare_src = open_bare(dir + "/bare_temp.db");
-    sqlite3 *bare_dst = open_bare(dir + "/bare_main.db");
+    sqlite3 *bare_src = bench_open(dir + "/bare_temp.db");
+    sqlite3 *bare_dst = bench_open(dir + "/bare_main.db");
     tallyd_create_temp_tables(bare_src);
     tallyd_set_db_pragmas(bare_dst);
     tallyd_create_main_tables(bare_dst);

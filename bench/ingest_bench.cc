@@ -84,12 +84,6 @@ void file_side(const std::vector<bench_spool_file> &files, double *decode_s, dou
     *clear_s = t.seconds();
 }
 
-int64_t count_rows(sqlite3 *conn) {
-    sql_table t;
-    sql_get_table(conn, "SELECT count(*) FROM avp_base", t);
-    return t.rows() ? t.int_at(0, 0) : 0;
-}
-
 // One daemon run over a freshly filled spool into an empty avp_base.
 double daemon_run(const std::vector<bench_spool_file> &files, int64_t *rows) {
     sql_exec(tallyd_db_set.temp_db, "DELETE FROM avp_base");
@@ -97,12 +91,13 @@ double daemon_run(const std::vector<bench_spool_file> &files, int64_t *rows) {
     bench_timer t;
     tallyd_handle_flow(kRunTime);
     double s = t.seconds();
-    *rows = count_rows(tallyd_db_set.temp_db);
+    *rows = bench_count(tallyd_db_set.temp_db, "avp_base");
     return s;
 }
 
 // The bare cost: the same rows, one prepared statement, one transaction, into
-// an empty avp_base of its own database file beside temp_db.
+// an empty avp_base of its own database file beside temp_db. Emptied before
+// the timer starts, as the daemon's side is: only the inserts are timed.
 double bare_run(sqlite3 *conn, const std::vector<bench_base_row> &rows) {
     sql_exec(conn, "DELETE FROM avp_base");
     bench_timer t;
@@ -125,8 +120,7 @@ int main() {
     tallyd_create_avp_temp_db(&tallyd_db_set);
 
     std::string bare_path = root.path() + "/tmp/tallyd/bare.db";
-    sqlite3 *bare = nullptr;
-    sqlite3_open_v2(bare_path.c_str(), &bare, SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE, nullptr);
+    sqlite3 *bare = bench_open(bare_path);
     tallyd_create_temp_tables(bare);
     if (!tallyd_db_set.db || !tallyd_db_set.temp_db || !bare) {
         std::fprintf(stderr, "ingest_bench: cannot open the databases\n");

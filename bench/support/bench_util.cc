@@ -8,6 +8,7 @@
 #include <string_view>
 
 #include "base/path.h"
+#include "db/sql.h"
 
 bench_root::bench_root() {
     std::string tmpl = (std::filesystem::temp_directory_path() / "tallyd-bench-XXXXXX").string();
@@ -19,6 +20,18 @@ bench_root::~bench_root() {
     tallyd_root_set("");
     std::error_code ec;
     if (!path_.empty()) std::filesystem::remove_all(path_, ec);
+}
+
+sqlite3 *bench_open(const std::string &path) {
+    sqlite3 *conn = nullptr;
+    sqlite3_open_v2(path.c_str(), &conn, SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE, nullptr);
+    return conn;
+}
+
+int64_t bench_count(sqlite3 *conn, const std::string &table) {
+    sql_table t;
+    sql_get_table(conn, ("SELECT count(*) FROM " + table).c_str(), t);
+    return t.rows() ? t.int_at(0, 0) : 0;
 }
 
 int64_t bench_peak_rss_kib() {

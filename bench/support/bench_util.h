@@ -6,6 +6,8 @@
 // only tell how far a slower target is from its budget.
 #pragma once
 
+#include <sqlite3.h>
+
 #include <chrono>
 #include <cstdint>
 #include <string>
@@ -36,6 +38,13 @@ class bench_timer {
    private:
     std::chrono::steady_clock::time_point start_;
 };
+
+// A database file of the bare side, opened read-write (created when
+// missing); null when it cannot be opened.
+sqlite3 *bench_open(const std::string &path);
+
+// Number of rows of table on conn (0 when it cannot be counted).
+int64_t bench_count(sqlite3 *conn, const std::string &table);
 
 // Peak resident set of this process in KiB (VmHWM). bench_peak_rss_reset()
 // restarts the peak from the current resident set, so that a later reading
