@@ -28,21 +28,12 @@ constexpr uint32_t kDay = 86400;
 constexpr uint32_t kWeek = 604800;
 constexpr uint32_t kMonth = 2592000;
 
-// sqlite3_open_v2 into *slot. SQLite hands out a handle even when opening
-// fails; it is closed here, so a failed open always leaves *slot null.
-int db_open(const std::string &path, int flags, sqlite3 **slot) {
-    *slot = nullptr;
-    int rc = sqlite3_open_v2(path.c_str(), slot, flags, nullptr);
-    if (rc != SQLITE_OK) sql_close(slot);
-    return rc;
-}
-
 // Opens a file left by an earlier run or restored from flash. SQLite reads a
 // file lazily, so a file that is not a database at all would open fine and
 // then fail every statement for ever; reading the schema here makes such a
 // file count as one that will not open, and the caller builds afresh.
 int db_open_existing(const std::string &path, sqlite3 **slot) {
-    int rc = db_open(path, kOpenExisting, slot);
+    int rc = tallyd_db_open(path, kOpenExisting, slot);
     if (rc != SQLITE_OK) return rc;
     rc = sql_exec(*slot, "SELECT count(*) FROM sqlite_master");
     if (rc != SQLITE_OK) sql_close(slot);
@@ -74,7 +65,7 @@ int purge_main(sqlite3 *db, uint32_t now) {
 
 int build_main(tallyd_db_set_t *set, const std::string &ram) {
     db_fs_rm_rf(ram);
-    int rc = db_open(ram, kOpenCreate, &set->db);
+    int rc = tallyd_db_open(ram, kOpenCreate, &set->db);
     if (rc != SQLITE_OK) {
         tallyd_log(LOG_ERR, "tallyd, Failed to open the avp.db\n");
         return rc;
@@ -91,13 +82,21 @@ int build_fresh(sqlite3 **slot, const std::string &ram, int (*create_tables)(sql
                 const char *marker_table, int32_t marker_kind) {
     sql_close(slot);
     db_fs_rm_rf(ram);
-    int rc = db_open(ram, kOpenCreate, slot);
+    int rc = tallyd_db_open(ram, kOpenCreate, slot);
     if (*slot && create_tables(*slot) == 0)
         tallyd_insert_timestamp(*slot, marker_table, marker_kind);
     return rc;
 }
 
 }  // namespace
+
+int tallyd_db_open(const std::string &path, int flags, sqlite3 **slot) {
+    *slot = nullptr;
+    // SQLite hands out a handle even when opening fails; it is closed here.
+    int rc = sqlite3_open_v2(path.c_str(), slot, flags, nullptr);
+    if (rc != SQLITE_OK) sql_close(slot);
+    return rc;
+}
 
 int tallyd_create_avp_db(tallyd_db_set_t *set) {
     if (!set) return -1;
@@ -135,7 +134,7 @@ int tallyd_create_avp_flash_db(tallyd_db_set_t *set) {
     } else {
         db_fs_mkdir_p(tallyd_path(TALLYD_FLASH_DIR));
     }
-    int rc = db_open(path, kOpenCreate, &set->db_flash);
+    int rc = tallyd_db_open(path, kOpenCreate, &set->db_flash);
     if (rc != SQLITE_OK) {
         tallyd_log(LOG_ERR, "tallyd, create new %s failed\n", "avp_flash.db");
         return rc;
@@ -154,7 +153,7 @@ int tallyd_create_avp_temp_db(tallyd_db_set_t *set) {
     sql_close(&set->temp_db);
     std::string path = tallyd_path(TALLYD_DB_TEMP);
     db_fs_rm_rf(path);
-    int rc = db_open(path, kOpenCreate, &set->temp_db);
+    int rc = tallyd_db_open(path, kOpenCreate, &set->temp_db);
     if (set->temp_db)
         tallyd_create_temp_tables(set->temp_db);
     else

@@ -9,16 +9,21 @@
 #include <sqlite3.h>
 
 #include <cstdint>
+#include <string>
 
 #include "db/db_set.h"
+
+// sqlite3_open_v2 of path into *slot; a failed open always leaves *slot null.
+// Returns the SQLite code.
+int tallyd_db_open(const std::string &path, int flags, sqlite3 **slot);
 
 // 0 when db, db_flash, temp_db, backup_hour_db and statistic_db are all open,
 // -1 otherwise (after printing which one failed).
 int tallyd_init_avp_db(tallyd_db_set_t *set);
 
-int tallyd_create_avp_db(tallyd_db_set_t *set);          // db: restore, verify, create
-int tallyd_create_avp_flash_db(tallyd_db_set_t *set);    // db_flash
-int tallyd_create_avp_temp_db(tallyd_db_set_t *set);     // temp_db, always fresh
+int tallyd_create_avp_db(tallyd_db_set_t *set);        // db: restore, verify, create
+int tallyd_create_avp_flash_db(tallyd_db_set_t *set);  // db_flash
+int tallyd_create_avp_temp_db(tallyd_db_set_t *set);   // temp_db, always fresh
 int tallyd_create_avp_backup_hour_db(tallyd_db_set_t *set);
 // The backup-hour fresh-file builder: closes backup_hour_db, removes its
 // file and builds an empty one with its marker. Returns the open result.

@@ -1,9 +1,9 @@
 // Scratch tables of the top summary report in top_list_db.
 #include <cstdio>
-#include <string>
 
 #include "base/log.h"
 #include "base/path.h"
+#include "db/db_files.h"
 #include "db/db_set.h"
 #include "db/schema.h"
 #include "db/sql.h"
@@ -54,19 +54,11 @@ bool needs_total_clients(uint32_t flag) {
 
 int open_top_list_db() {
     if (tallyd_db_set.top_list_db) return 0;
-    std::string path = tallyd_path(TALLYD_RAM_DIR) + "/avp_top_list.db";
-    sqlite3 *conn = nullptr;
-    if (sqlite3_open_v2(path.c_str(), &conn, SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE, nullptr) !=
-        SQLITE_OK) {
-        sqlite3_close_v2(conn);
-        conn = nullptr;
-    }
-    tallyd_db_set.top_list_db = conn;
-    if (!conn) {
-        tallyd_log(LOG_ERR, "tallyd, Failed to open avp_top_list db\n");
-        return -1;
-    }
-    return 0;
+    if (tallyd_db_open(tallyd_path(TALLYD_DB_TOP_LIST), SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE,
+                       &tallyd_db_set.top_list_db) == SQLITE_OK)
+        return 0;
+    tallyd_log(LOG_ERR, "tallyd, Failed to open avp_top_list db\n");
+    return -1;
 }
 
 int create_logged(const char *sql) {
