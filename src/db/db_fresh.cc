@@ -1,10 +1,8 @@
 // What a freshly created database gets besides its tables: the tuning
 // pragmas and the marker row recording since when it holds data.
-#include <cinttypes>
 #include <cstdio>
 
 #include "base/clock.h"
-#include "base/log.h"
 #include "base/sys_info.h"
 #include "db/db_files.h"
 #include "db/sql.h"

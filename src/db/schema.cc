@@ -2,7 +2,6 @@
 
 #include <span>
 
-#include "base/log.h"
 #include "db/sql.h"
 #include "events/ap_wlan_seed.h"
 
