@@ -38,10 +38,8 @@ std::span<uint8_t> tallyd_reply_buffer() {
 }
 
 void tallyd_reply_begin() {
-    reply_buf[0] = 0;
-    wire_put_num(buf(), TALLYD_HDR_MODULE, TALLYD_MODULE_ID);
-    wire_put_num(buf(), TALLYD_HDR_MSG_ID, TALLYD_MSG_REPLY);
-    wire_put_num(buf(), TALLYD_HDR_LENGTH, TALLYD_REPLY_HDR_LEN - TALLYD_MSG_HDR_LEN);
+    tallyd_msg_header_put(buf(), TALLYD_MODULE_ID, TALLYD_MSG_REPLY,
+                          TALLYD_REPLY_HDR_LEN - TALLYD_MSG_HDR_LEN);
     wire_put_num(buf(), TALLYD_REPLY_WRITE_POS, TALLYD_REPLY_WRITE_POS_VALUE);
     wire_put_num(buf(), TALLYD_REPLY_PAYLOAD_LEN, 0);
     wire_put_num(buf(), TALLYD_REPLY_WORD, 0);
@@ -95,9 +93,8 @@ int tallyd_tac_probe_reply(std::span<const uint8_t> probe, int sock, const socka
                            socklen_t addr_len) {
     uint8_t msg[512] = {};
     std::span<uint8_t> m(msg);
-    wire_put_num(m, TALLYD_HDR_MODULE, TALLYD_MODULE_ID);
-    wire_put_num(m, TALLYD_HDR_MSG_ID, TALLYD_MSG_TAC_PROBE_REPLY);
-    wire_put_num(m, TALLYD_HDR_LENGTH, TALLYD_REPLY_HDR_LEN - TALLYD_MSG_HDR_LEN);
+    tallyd_msg_header_put(m, TALLYD_MODULE_ID, TALLYD_MSG_TAC_PROBE_REPLY,
+                          TALLYD_REPLY_HDR_LEN - TALLYD_MSG_HDR_LEN);
     wire_put_num(m, TALLYD_REPLY_REQUEST_ID, wire_be32(probe, TALLYD_HDR_MSG_ID.offset));
     return tallyd_tac_send(m, sock, addr, addr_len);
 }

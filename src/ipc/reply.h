@@ -27,7 +27,7 @@ inline constexpr uint32_t TALLYD_REPLY_WRITE_POS_VALUE = 28;
 // below).
 std::span<uint8_t> tallyd_reply_buffer();
 
-// Resets the header and sub-header: module 18, id 0x03000003, length 16,
+// Resets the header and sub-header: module 18, flag 0, id 0x03000003, length 16,
 // reply word 0, payload length 0, write position 28. The request id is left.
 void tallyd_reply_begin();
 
