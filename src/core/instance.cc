@@ -7,23 +7,14 @@
 #include <cstring>
 #include <fstream>
 #include <iterator>
-#include <memory>
 #include <string>
 
+#include "base/file.h"
 #include "base/path.h"
-
-namespace {
-
-struct file_closer {
-    void operator()(FILE *f) const { fclose(f); }
-};
-using file_ptr = std::unique_ptr<FILE, file_closer>;
-
-}  // namespace
 
 int32_t tallyd_read_pid_file(const char *path) {
     if (!path) return -1;
-    file_ptr f(fopen(path, "r"));
+    tallyd_file f(fopen(path, "r"));
     if (!f) return 0;
     char line[128] = "";
     if (!fgets(line, sizeof line, f.get())) return 0;
@@ -33,7 +24,7 @@ int32_t tallyd_read_pid_file(const char *path) {
 
 int32_t tallyd_write_pid_file(const char *path) {
     if (!path) return -1;
-    file_ptr f(fopen(path, "w"));
+    tallyd_file f(fopen(path, "w"));
     if (!f) return -1;
     fprintf(f.get(), "%d", static_cast<int>(getpid()));
     return 0;

@@ -3,8 +3,8 @@
 #include <strings.h>
 
 #include <cstdio>
-#include <memory>
 
+#include "base/file.h"
 #include "base/path.h"
 #include "entity/arc.h"
 
@@ -26,14 +26,10 @@ constexpr platform_row kPlatforms[] = {
 constexpr int32_t kUnknownSize = 15000000;
 constexpr int32_t kReadRowLimit = 7500;
 
-struct file_closer {
-    void operator()(FILE *f) const { fclose(f); }
-};
-
 // The first seven bytes of the platform file into name (zero-filled); false
 // when the file does not open.
 bool read_platform_name(char (&name)[8]) {
-    std::unique_ptr<FILE, file_closer> f(fopen(tallyd_path(TALLYD_PLATFORM_FILE).c_str(), "r"));
+    tallyd_file f(fopen(tallyd_path(TALLYD_PLATFORM_FILE).c_str(), "r"));
     if (!f) return false;
     size_t n = fread(name, 1, sizeof name - 1, f.get());
     (void)n;
