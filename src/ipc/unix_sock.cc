@@ -13,15 +13,6 @@
 
 namespace {
 
-// Waits up to secs for the descriptor to become readable: select's result.
-int wait_readable(int fd, int secs) {
-    fd_set rfds;
-    FD_ZERO(&rfds);
-    FD_SET(fd, &rfds);
-    timeval tv{secs, 0};
-    return select(fd + 1, &rfds, nullptr, nullptr, &tv);
-}
-
 int fail(unix_sock *h, int sock, const char *local, const char *path, int server) {
     if (local[0]) unlink(local);
     if (server) unlink(path);
@@ -91,14 +82,22 @@ int unix_sock_fd(const unix_sock *h) {
     return h->fd;
 }
 
+int unix_sock_wait(const unix_sock *h, int timeout_ms) {
+    fd_set rfds;
+    FD_ZERO(&rfds);
+    FD_SET(h->fd, &rfds);
+    timeval tv{timeout_ms / 1000, (timeout_ms % 1000) * 1000};
+    return select(h->fd + 1, &rfds, nullptr, nullptr, &tv) > 0 ? 1 : 0;
+}
+
 int unix_sock_poll(const unix_sock *h) {
-    return wait_readable(h->fd, 0) > 0 ? 1 : 0;
+    return unix_sock_wait(h, 0);
 }
 
 int unix_sock_request(unix_sock *h, const void *req, size_t req_len, void *reply,
                       size_t *reply_len) {
     if (send(h->fd, req, req_len, 0) < 0) return -1;
-    if (wait_readable(h->fd, 2) <= 0) return -2;
+    if (!unix_sock_wait(h, 2000)) return -2;
     ssize_t n = recv(h->fd, reply, *reply_len, 0);
     if (n < 0) return static_cast<int>(n);
     *reply_len = static_cast<size_t>(n);

@@ -34,6 +34,9 @@ int unix_sock_close(unix_sock *h);
 
 int unix_sock_fd(const unix_sock *h);
 
+// 1 when a datagram arrives within timeout_ms (or is waiting already), else 0.
+int unix_sock_wait(const unix_sock *h, int timeout_ms);
+
 // 1 when a datagram is waiting now, else 0.
 int unix_sock_poll(const unix_sock *h);
 

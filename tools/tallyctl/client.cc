@@ -1,6 +1,5 @@
 #include "client.h"
 
-#include <sys/select.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
@@ -31,13 +30,13 @@ int hex_digit(char c) {
     return -1;
 }
 
-std::string hex32(uint32_t v) {
+}  // namespace
+
+std::string tallyctl_hex32(uint32_t v) {
     char b[16];
     std::snprintf(b, sizeof b, "0x%08x", v);
     return b;
 }
-
-}  // namespace
 
 std::string tallyctl_socket_path(tallyd_socket_kind kind) {
     switch (kind) {
@@ -143,7 +142,7 @@ std::string tallyctl_format_reply(std::span<const uint8_t> r, bool json) {
         uint32_t v = static_cast<uint32_t>(wire_get_num(r, f));
         std::string_view name = f.name;
         bool as_hex = name == "msg_id" || name == "request_id";
-        std::string value = as_hex ? hex32(v) : std::to_string(v);
+        std::string value = as_hex ? tallyctl_hex32(v) : std::to_string(v);
         if (json)
             s += std::string(sep) + "\"" + f.name + "\":" + (as_hex ? "\"" + value + "\"" : value);
         else
@@ -184,11 +183,7 @@ bool tallyctl_conn::send(std::span<const uint8_t> datagram, std::string *error) 
 }
 
 bool tallyctl_conn::receive(tallyctl_bytes *out, int timeout_ms) {
-    fd_set rfds;
-    FD_ZERO(&rfds);
-    FD_SET(sock_.fd, &rfds);
-    timeval tv{timeout_ms / 1000, (timeout_ms % 1000) * 1000};
-    if (select(sock_.fd + 1, &rfds, nullptr, nullptr, &tv) <= 0) return false;
+    if (!unix_sock_wait(&sock_, timeout_ms)) return false;
     out->resize(TALLYD_REPLY_BUF_SIZE);
     ssize_t n = recv(sock_.fd, out->data(), out->size(), 0);
     if (n < 0) return false;
