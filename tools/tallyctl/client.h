@@ -25,6 +25,9 @@ std::string tallyctl_socket_path(tallyd_socket_kind kind);
 bool tallyctl_parse_socket(std::string_view word, tallyd_socket_kind *kind);
 std::string_view tallyctl_socket_name(tallyd_socket_kind kind);
 
+// "0x" and eight hex digits: how ids are shown.
+std::string tallyctl_hex32(uint32_t v);
+
 // A 32-bit number, decimal or 0x hex, nothing else around it.
 bool tallyctl_parse_u32(std::string_view word, uint32_t *out);
 

@@ -20,12 +20,10 @@ bool answered(uint32_t id) {
            id == TALLYD_MSG_TAC_PROBE;
 }
 
+// The id and, when it has one, its name.
 std::string id_text(uint32_t id) {
-    char b[64];
     const tallyd_msg_name *m = tallyd_msg_find(id);
-    std::snprintf(b, sizeof b, "0x%08x%s%.*s", id, m ? " " : "",
-                  m ? static_cast<int>(m->name.size()) : 0, m ? m->name.data() : "");
-    return b;
+    return m ? tallyctl_hex32(id) + " " + std::string(m->name) : tallyctl_hex32(id);
 }
 
 int usage(const char *what) {
@@ -104,7 +102,7 @@ int tallyctl_send_datagram(const tallyctl_ctx &ctx, tallyd_socket_kind kind,
     std::string name(tallyctl_socket_name(kind));
     if (ctx.json) {
         std::printf("{\"sent\":{\"msg_id\":\"%s\",\"socket\":\"%s\",\"bytes\":%zu},\"replies\":[",
-                    id_text(id).substr(0, 10).c_str(), name.c_str(), datagram.size());
+                    tallyctl_hex32(id).c_str(), name.c_str(), datagram.size());
         for (size_t i = 0; i < replies.size(); ++i)
             std::printf("%s%s", i ? "," : "", tallyctl_format_reply(replies[i], true).c_str());
         std::printf("]}\n");
