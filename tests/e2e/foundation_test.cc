@@ -20,17 +20,6 @@ namespace {
 
 namespace fs = std::filesystem;
 
-bool has_line(tallyd_daemon &d, const std::string &line) {
-    auto lines = d.log_lines();
-    return std::find(lines.begin(), lines.end(), line) != lines.end();
-}
-
-// Waits for an exact log line (the daemon handles datagrams asynchronously).
-::testing::AssertionResult logs(tallyd_daemon &d, const std::string &line) {
-    if (d.wait_log(line) && has_line(d, line)) return ::testing::AssertionSuccess();
-    return ::testing::AssertionFailure() << "no line \"" << line << "\" in:\n" << d.log_text();
-}
-
 // A pid that certainly belongs to no process any more.
 pid_t dead_pid() {
     pid_t child = fork();
@@ -60,31 +49,31 @@ TEST(Foundation, EveryBadDatagramIsLoggedAndDropped) {
 
     const std::vector<uint8_t> short_msg(11, 0);
     ASSERT_TRUE(d.send_raw(k::control, short_msg));
-    EXPECT_TRUE(logs(d, "3 tallyd, recvfrom msg too short, len = 11"));
+    EXPECT_TRUE(d.logs_line("3 tallyd, recvfrom msg too short, len = 11"));
 
     tallyctl_bytes m = tallyctl_message(TALLYD_MSG_AP_ADD, std::vector<uint8_t>(8, 1), 4);
     be32_put(&m[8], 4);
     ASSERT_TRUE(d.send_raw(k::control, m));
     EXPECT_TRUE(
-        logs(d, "3 tallyd, received msg of 20 bytes from module 4 but len specified is = 4"));
+        d.logs_line("3 tallyd, received msg of 20 bytes from module 4 but len specified is = 4"));
 
     // Too long for the receive buffer: cut to 8,191 bytes, then mismatched.
     ASSERT_TRUE(d.send_raw(k::control,
                            tallyctl_message(TALLYD_MSG_AP_ADD, std::vector<uint8_t>(8180, 0), 2)));
-    EXPECT_TRUE(
-        logs(d, "3 tallyd, received msg of 8191 bytes from module 2 but len specified is = 8180"));
+    EXPECT_TRUE(d.logs_line(
+        "3 tallyd, received msg of 8191 bytes from module 2 but len specified is = 8180"));
 
     ASSERT_TRUE(d.send_raw(k::control, tallyctl_message(0x03000047, {}, 7)));
-    EXPECT_TRUE(logs(d, "3 tallyd, received invalid msg id 0x03000047 from module 7"));
+    EXPECT_TRUE(d.logs_line("3 tallyd, received invalid msg id 0x03000047 from module 7"));
     // Each socket knows only its own ids.
     ASSERT_TRUE(d.send_raw(k::control, tallyctl_message(TALLYD_MSG_CLIENT_STATS, {}, 7)));
-    EXPECT_TRUE(logs(d, "3 tallyd, received invalid msg id 0x12000006 from module 7"));
+    EXPECT_TRUE(d.logs_line("3 tallyd, received invalid msg id 0x12000006 from module 7"));
     ASSERT_TRUE(d.send_raw(k::stat, tallyctl_message(TALLYD_MSG_AP_ADD, {}, 9)));
-    EXPECT_TRUE(logs(d, "3 tallyd, received invalid msg id 0x12000002 from module 9"));
+    EXPECT_TRUE(d.logs_line("3 tallyd, received invalid msg id 0x12000002 from module 9"));
     ASSERT_TRUE(d.send_raw(k::stat, short_msg));
     EXPECT_TRUE(d.wait_log("recvfrom msg too short, len = 11", 5000, 2));
     ASSERT_TRUE(d.send_raw(k::monitor, tallyctl_message(TALLYD_MSG_AP_DEL, {}, 1)));
-    EXPECT_TRUE(logs(d, "3 tallyd, received invalid msg id 0x12000003 from module 1"));
+    EXPECT_TRUE(d.logs_line("3 tallyd, received invalid msg id 0x12000003 from module 1"));
 
     // Ignored ids are accepted without a word and without a reply.
     size_t lines_before = d.log_lines().size();

@@ -5,6 +5,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <chrono>
 #include <cstring>
 
@@ -210,6 +211,16 @@ std::string tallyd_daemon::log_text() {
     std::string s;
     for (const std::string &l : log_lines()) s += l + "\n";
     return s;
+}
+
+::testing::AssertionResult tallyd_daemon::logs_line(const std::string &line, int count,
+                                                    int timeout_ms) {
+    if (wait_log(line, timeout_ms, count)) {
+        std::vector<std::string> lines = log_lines();
+        if (std::find(lines.begin(), lines.end(), line) != lines.end())
+            return ::testing::AssertionSuccess();
+    }
+    return ::testing::AssertionFailure() << "no line \"" << line << "\" in:\n" << log_text();
 }
 
 bool tallyd_daemon::probe(int timeout_ms) {

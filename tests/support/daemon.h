@@ -15,6 +15,7 @@
 // harness objects may share one root (a second instance, a restart).
 #pragma once
 
+#include <gtest/gtest.h>
 #include <sys/types.h>
 
 #include <condition_variable>
@@ -72,6 +73,10 @@ class tallyd_daemon {
     // Waits until at least count stderr lines contain fragment.
     bool wait_log(std::string_view fragment, int timeout_ms = 5000, int count = 1);
     std::string log_text();  // all of stderr, for failure messages
+    // Waits (as wait_log) for line, then checks that one stderr line is
+    // exactly line; a failure carries all of stderr.
+    ::testing::AssertionResult logs_line(const std::string &line, int count = 1,
+                                         int timeout_ms = 5000);
 
     // The monitor probe; true when answered within timeout_ms.
     bool probe(int timeout_ms = 2000);
