@@ -7,14 +7,10 @@
 #include <sys/wait.h>
 
 #include <algorithm>
-#include <chrono>
 #include <cstdio>
 #include <ctime>
 #include <filesystem>
-#include <fstream>
-#include <functional>
 #include <string>
-#include <thread>
 #include <utility>
 #include <vector>
 
