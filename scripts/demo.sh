@@ -109,11 +109,7 @@ until_daemon_time() {
 tables() {
     printf -- '-- after %d min %02d s of daemon time\n' $(($1 / 60)) $(($1 % 60))
     echo "\$ tallyctl tables"
-    if "$TALLYCTL" help 2>/dev/null | grep '^  tables' >/dev/null; then
-        "$TALLYCTL" --root "$FLOW_ROOT" tables | sed 's/^/   /'
-    else
-        echo "   (this tallyctl has no tables command yet)"
-    fi
+    "$TALLYCTL" --root "$FLOW_ROOT" tables | sed 's/^/   /'
 }
 
 section "Flow pipeline: tallyd with TALLYD_TIME_SCALE=$SCALE in $FLOW_ROOT"
