@@ -92,17 +92,6 @@ int arc_flag(pid_t pid) {
     return flag;
 }
 
-bool has_line(tallyd_daemon &d, const std::string &line) {
-    auto lines = d.log_lines();
-    return std::find(lines.begin(), lines.end(), line) != lines.end();
-}
-
-// Waits for an exact log line (the daemon handles datagrams asynchronously).
-::testing::AssertionResult logs(tallyd_daemon &d, const std::string &line, int count = 1) {
-    if (d.wait_log(line, 5000, count) && has_line(d, line)) return ::testing::AssertionSuccess();
-    return ::testing::AssertionFailure() << "no line \"" << line << "\" in:\n" << d.log_text();
-}
-
 // Sends a message made by an entity builder (which leaves the header zero).
 bool send_built(tallyd_daemon &d, uint32_t id, const std::vector<uint8_t> &built,
                 k socket = k::control) {
@@ -150,7 +139,7 @@ TEST(entity_handlers_e2e, HostNameMarksTheClientRowAndNeverStoresTheName) {
     // Through tallyctl: a name marks the row "#", the time moves on.
     const auto before = static_cast<uint32_t>(std::time(nullptr));
     EXPECT_TRUE(sent(tallyctl(d, "set-hostname " + a + " 'Kitchen PC'")));
-    EXPECT_TRUE(logs(d, "7 tallyd, update sta: " + a + ", host_name: Kitchen PC"));
+    EXPECT_TRUE(d.logs_line("7 tallyd, update sta: " + a + ", host_name: Kitchen PC"));
     EXPECT_EQ("#|1", row(a));
     const int64_t t = std::stoll(sql(db,
                                      "SELECT time FROM statis_client_info_h WHERE "
@@ -164,27 +153,27 @@ TEST(entity_handlers_e2e, HostNameMarksTheClientRowAndNeverStoresTheName) {
 
     // The empty name restores the default (the empty text), with a notice.
     EXPECT_TRUE(sent(tallyctl(d, "set-hostname " + b + " ''")));
-    EXPECT_TRUE(logs(d, "7 tallyd, update sta: " + b + ", host_name: "));
-    EXPECT_TRUE(has_line(d, "5 tallyd, set default host name")) << d.log_text();
+    EXPECT_TRUE(d.logs_line("7 tallyd, update sta: " + b + ", host_name: "));
+    EXPECT_TRUE(d.logs_line("5 tallyd, set default host name"));
     EXPECT_EQ("|1", row(b));
 
     // Quotes in the name or the MAC change nothing but the named row: the
     // MAC matches no client, so no row is touched and nothing fails.
     ASSERT_TRUE(send_built(d, TALLYD_MSG_SET_STA_HOSTNAME,
                            entity_wire::build_set_hostname(c, "O'Brien's \"tab\"")));
-    EXPECT_TRUE(logs(d, "7 tallyd, update sta: " + c + ", host_name: O'Brien's \"tab\""));
+    EXPECT_TRUE(d.logs_line("7 tallyd, update sta: " + c + ", host_name: O'Brien's \"tab\""));
     EXPECT_EQ("#|1", row(c));
     const std::string sneaky = "x' OR '1'='1";
     ASSERT_TRUE(
         send_built(d, TALLYD_MSG_SET_STA_HOSTNAME, entity_wire::build_set_hostname(sneaky, "")));
-    EXPECT_TRUE(logs(d, "7 tallyd, update sta: " + sneaky + ", host_name: "));
+    EXPECT_TRUE(d.logs_line("7 tallyd, update sta: " + sneaky + ", host_name: "));
     EXPECT_EQ("#|1,|1,#|1", sql(db,
                                 "SELECT host_name, time > 1000 FROM statis_client_info_h "
                                 "ORDER BY client_mac"));
     // A client without a row gets none.
     ASSERT_TRUE(send_built(d, TALLYD_MSG_SET_STA_HOSTNAME,
                            entity_wire::build_set_hostname("02:00:00:00:00:0d", "new")));
-    EXPECT_TRUE(logs(d, "7 tallyd, update sta: 02:00:00:00:00:0d, host_name: new"));
+    EXPECT_TRUE(d.logs_line("7 tallyd, update sta: 02:00:00:00:00:0d, host_name: new"));
     EXPECT_EQ("3", sql(db, "SELECT count(*) FROM statis_client_info_h"));
 
     EXPECT_EQ(0, d.log_count("aErrMsg")) << d.log_text();
@@ -220,12 +209,12 @@ TEST(entity_handlers_e2e, ArcOffRemovesArcFilesAndTheRepositoryFlagIsLoadedAtSta
 
     // Any non-zero value switches on; only 1 is logged as "enabled".
     EXPECT_TRUE(sent(tallyctl(d, "arc 2")));
-    EXPECT_TRUE(logs(d, "7 tallyd, arc qpx interface: disabled"));
+    EXPECT_TRUE(d.logs_line("7 tallyd, arc qpx interface: disabled"));
     for (const auto &n : doomed) EXPECT_TRUE(fs::exists(dir + "/" + n)) << n;
     expect_flag(1);
 
     EXPECT_TRUE(sent(tallyctl(d, "arc off")));
-    EXPECT_TRUE(logs(d, "7 tallyd, arc qpx interface: disabled", 2));
+    EXPECT_TRUE(d.logs_line("7 tallyd, arc qpx interface: disabled", 2));
     for (const auto &n : doomed) EXPECT_FALSE(fs::exists(dir + "/" + n)) << n;
     for (const auto &n : kept) EXPECT_TRUE(fs::exists(dir + "/" + n)) << n;
     EXPECT_TRUE(fs::is_directory(dir + "/archive"));
@@ -234,13 +223,13 @@ TEST(entity_handlers_e2e, ArcOffRemovesArcFilesAndTheRepositoryFlagIsLoadedAtSta
 
     create_all();
     EXPECT_TRUE(sent(tallyctl(d, "arc on")));
-    EXPECT_TRUE(logs(d, "7 tallyd, arc qpx interface: enabled"));
+    EXPECT_TRUE(d.logs_line("7 tallyd, arc qpx interface: enabled"));
     for (const auto &n : doomed) EXPECT_TRUE(fs::exists(dir + "/" + n)) << n;
     expect_flag(1);
 
     // The switch on the statistics socket is refused and removes nothing.
     ASSERT_TRUE(send_built(d, TALLYD_MSG_ARC_QPX_INTERFACE, entity_wire::build_arc(0), k::stat));
-    EXPECT_TRUE(logs(d, "3 tallyd, received invalid msg id 0x0300005d from module 0"));
+    EXPECT_TRUE(d.logs_line("3 tallyd, received invalid msg id 0x0300005d from module 0"));
     for (const auto &n : doomed) EXPECT_TRUE(fs::exists(dir + "/" + n)) << n;
     EXPECT_EQ(0, d.stop());
 
@@ -367,7 +356,7 @@ TEST(entity_handlers_e2e, PerApValuesPromisingMoreRecordsThanSentAreSurvived) {
     std::vector<uint8_t> longer = stat_0a(1, {{"00:0a:00:00:00:05", 1}});
     wire_put_num(longer, entity_wire::kStat0aCount, 0u);
     ASSERT_TRUE(send_built(d, 0x1200000b, longer, k::stat));
-    EXPECT_TRUE(logs(d, "3 tallyd, received invalid msg id 0x1200000b from module 0"));
+    EXPECT_TRUE(d.logs_line("3 tallyd, received invalid msg id 0x1200000b from module 0"));
     ASSERT_TRUE(send_built(d, TALLYD_MSG_STAT_0A, stat_0a(5, {}), k::stat));
 
     // A MAC filling its 36 bytes without a zero ends there, not in the value.
@@ -383,13 +372,13 @@ TEST(entity_handlers_e2e, PerApValuesPromisingMoreRecordsThanSentAreSurvived) {
     // On the wrong socket the message is refused and maps nothing; so are
     // event ids on the statistics socket.
     ASSERT_TRUE(send_built(d, TALLYD_MSG_STAT_0A, stat_0a(1, {{"00:0a:00:00:00:06", 1}})));
-    EXPECT_TRUE(logs(d, "3 tallyd, received invalid msg id 0x1200000a from module 0"));
+    EXPECT_TRUE(d.logs_line("3 tallyd, received invalid msg id 0x1200000a from module 0"));
     for (uint32_t id : {TALLYD_MSG_STA_ADD, TALLYD_MSG_AP_ADD, TALLYD_MSG_APGROUP_UPDATE}) {
         ASSERT_TRUE(send_built(d, id, stat_0a(1, {{"00:0a:00:00:00:07", 1}}), k::stat));
         char line[80];
         std::snprintf(line, sizeof line, "3 tallyd, received invalid msg id 0x%08x from module 0",
                       id);
-        EXPECT_TRUE(logs(d, line));
+        EXPECT_TRUE(d.logs_line(line));
     }
     EXPECT_TRUE(d.probe());
     const std::string last = ap_ids();

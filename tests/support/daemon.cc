@@ -9,7 +9,7 @@
 #include <chrono>
 #include <cstring>
 
-#include "../../tools/tallyctl/client.h"
+#include "tallyctl/client.h"
 #include "base/path.h"
 #include "support/test_root.h"
 
