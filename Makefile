@@ -4,7 +4,7 @@ ASAN_BUILD ?= build/asan
 JOBS       ?= 2
 CMAKE_GEN  := -G Ninja
 
-.PHONY: all build test unit asan demo bench deps clean format
+.PHONY: all build test unit asan demo bench deps clean format format-check
 
 all: build
 
@@ -28,7 +28,7 @@ asan: deps $(ASAN_BUILD)/build.ninja
 	cd $(ASAN_BUILD) && ASAN_OPTIONS=detect_leaks=1 UBSAN_OPTIONS=print_stacktrace=1 \
 		ctest --output-on-failure -j $(JOBS)
 
-test: unit asan
+test: format-check unit asan
 
 demo: build
 	./scripts/demo.sh $(BUILD)
@@ -40,6 +40,10 @@ bench: deps
 
 format:
 	clang-format -i $$(git ls-files '*.cc' '*.h')
+
+# Every C++ file as clang-format would write it; `make format` mends drift.
+format-check:
+	clang-format --dry-run -Werror $$(git ls-files '*.cc' '*.h')
 
 clean:
 	rm -rf $(BUILD)

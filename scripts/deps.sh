@@ -3,7 +3,7 @@
 # missing; quiet when everything is already there.
 set -e
 pkgs="cmake ninja-build g++ pkg-config libsqlite3-dev sqlite3 libnanopb-dev nanopb
-libpugixml-dev libgtest-dev libgmock-dev libbenchmark-dev"
+libpugixml-dev libgtest-dev libgmock-dev libbenchmark-dev clang-format"
 missing=""
 for p in $pkgs; do
     dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q "ok installed" || missing="$missing $p"

@@ -1,4 +1,6 @@
 // tallyd: the statistics database daemon. Everything lives in libtallyd.
 #include "core/tallyd.h"
 
-int main() { return tallyd_main(); }
+int main() {
+    return tallyd_main();
+}

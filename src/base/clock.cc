@@ -54,7 +54,9 @@ void tallyd_monotonic(tallyd_timeval *tv) {
     tv->usec = static_cast<int32_t>((ns % 1000000000LL) / 1000);
 }
 
-uint32_t tallyd_time_scale() { return state().scale; }
+uint32_t tallyd_time_scale() {
+    return state().scale;
+}
 
 tallyd_timeval tallyd_real_wait(tallyd_timeval w) {
     uint32_t scale = state().scale;
@@ -75,4 +77,6 @@ void tallyd_clock_advance(int32_t secs) {
     s.pinned_value += static_cast<uint32_t>(secs);
 }
 
-void tallyd_clock_release() { state().pinned = false; }
+void tallyd_clock_release() {
+    state().pinned = false;
+}

@@ -22,9 +22,13 @@ std::string &root_storage() {
 
 }  // namespace
 
-const std::string &tallyd_root() { return root_storage(); }
+const std::string &tallyd_root() {
+    return root_storage();
+}
 
-void tallyd_root_set(std::string_view root) { root_storage() = strip_slashes(root); }
+void tallyd_root_set(std::string_view root) {
+    root_storage() = strip_slashes(root);
+}
 
 std::string tallyd_path(std::string_view abs) {
     std::string p = tallyd_root();

@@ -11,7 +11,9 @@ bool fits(std::span<const uint8_t> b, size_t off, size_t width) {
 
 }  // namespace
 
-uint8_t wire_u8(std::span<const uint8_t> b, size_t off) { return fits(b, off, 1) ? b[off] : 0; }
+uint8_t wire_u8(std::span<const uint8_t> b, size_t off) {
+    return fits(b, off, 1) ? b[off] : 0;
+}
 uint16_t wire_be16(std::span<const uint8_t> b, size_t off) {
     return fits(b, off, 2) ? be16_get(b.data() + off) : 0;
 }
@@ -49,11 +51,16 @@ void wire_text_put(uint8_t *field, size_t width, std::string_view text) {
 
 uint64_t wire_get_num(std::span<const uint8_t> b, const wire_field &f) {
     switch (f.kind) {
-        case wire_kind::u8: return wire_u8(b, f.offset);
-        case wire_kind::be16: return wire_be16(b, f.offset);
-        case wire_kind::be32: return wire_be32(b, f.offset);
-        case wire_kind::be64: return wire_be64(b, f.offset);
-        case wire_kind::text: return 0;
+        case wire_kind::u8:
+            return wire_u8(b, f.offset);
+        case wire_kind::be16:
+            return wire_be16(b, f.offset);
+        case wire_kind::be32:
+            return wire_be32(b, f.offset);
+        case wire_kind::be64:
+            return wire_be64(b, f.offset);
+        case wire_kind::text:
+            return 0;
     }
     return 0;
 }
@@ -68,11 +75,20 @@ void wire_put_num(std::span<uint8_t> b, const wire_field &f, uint64_t v) {
     if (w == 0 || !fits(b, f.offset, w)) return;
     uint8_t *p = b.data() + f.offset;
     switch (f.kind) {
-        case wire_kind::u8: *p = static_cast<uint8_t>(v); break;
-        case wire_kind::be16: be16_put(p, static_cast<uint16_t>(v)); break;
-        case wire_kind::be32: be32_put(p, static_cast<uint32_t>(v)); break;
-        case wire_kind::be64: be64_put(p, v); break;
-        case wire_kind::text: break;
+        case wire_kind::u8:
+            *p = static_cast<uint8_t>(v);
+            break;
+        case wire_kind::be16:
+            be16_put(p, static_cast<uint16_t>(v));
+            break;
+        case wire_kind::be32:
+            be32_put(p, static_cast<uint32_t>(v));
+            break;
+        case wire_kind::be64:
+            be64_put(p, v);
+            break;
+        case wire_kind::text:
+            break;
     }
 }
 

@@ -16,8 +16,8 @@ int tallyd_delete_by_time(const char *table, uint32_t cut, sqlite3 *conn, uint32
 
 // Purge groups on their own connection (null connection: -1).
 int tallyd_purge_client_curve(uint32_t cut, sqlite3 *db);  // avp_curve_client, avp_app_client_hour
-int tallyd_purge_hour(uint32_t cut, sqlite3 *db);          // avp_top_client_hour, ..._ssid, ..._group
-int tallyd_purge_day(uint32_t cut, sqlite3 *db);           // avp_ap_day, avp_ssid_day, ..._client_day
+int tallyd_purge_hour(uint32_t cut, sqlite3 *db);  // avp_top_client_hour, ..._ssid, ..._group
+int tallyd_purge_day(uint32_t cut, sqlite3 *db);   // avp_ap_day, avp_ssid_day, ..._client_day
 int tallyd_purge_week(uint32_t cut, sqlite3 *db_flash);
 int tallyd_purge_month(uint32_t cut, sqlite3 *db_flash);
 int tallyd_purge_backup(uint32_t cut, sqlite3 *backup_hour_db);

@@ -2,11 +2,11 @@
 // tables of db and a fresh backup database is started.
 #include "base/clock.h"
 #include "base/sys_info.h"
+#include "db/db_files.h"
 #include "db/db_set.h"
 #include "db/recover.h"
 #include "db/retention.h"
 #include "eloop/eloop.h"
-#include "db/db_files.h"
 #include "flow/day_ssid.h"
 #include "flow/hour_rollup.h"
 #include "flow/rollup_stamp.h"

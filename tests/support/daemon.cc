@@ -9,9 +9,9 @@
 #include <chrono>
 #include <cstring>
 
-#include "tallyctl/client.h"
 #include "base/path.h"
 #include "support/test_root.h"
+#include "tallyctl/client.h"
 
 extern char **environ;
 

@@ -13,19 +13,19 @@
 
 // A fresh directory under $TMPDIR, removed with everything in it on destruction.
 class temp_dir {
-public:
+   public:
     temp_dir();
     ~temp_dir();
     temp_dir(const temp_dir &) = delete;
     temp_dir &operator=(const temp_dir &) = delete;
     const std::string &path() const { return path_; }
 
-private:
+   private:
     std::string path_;
 };
 
 class root_test : public ::testing::Test {
-protected:
+   protected:
     // Sets the root to a new temporary directory, captures the log and pins
     // the clock to kStartTime.
     void SetUp() override;

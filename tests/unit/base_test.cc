@@ -25,9 +25,9 @@ TEST(Wire, BoundedReadersNeverLeaveTheBuffer) {
     const uint8_t msg[6] = {0, 0, 0, 7, 'a', 'b'};
     std::span<const uint8_t> s(msg);
     EXPECT_EQ(7u, wire_be32(s, 0));
-    EXPECT_EQ(0u, wire_be32(s, 4));   // only two bytes left
-    EXPECT_EQ(0u, wire_be64(s, 0));   // longer than the buffer
-    EXPECT_EQ(0u, wire_u8(s, 6));     // just past the end
+    EXPECT_EQ(0u, wire_be32(s, 4));  // only two bytes left
+    EXPECT_EQ(0u, wire_be64(s, 0));  // longer than the buffer
+    EXPECT_EQ(0u, wire_u8(s, 6));    // just past the end
     EXPECT_EQ(0u, wire_be32(s, SIZE_MAX - 1));
     EXPECT_EQ("ab", wire_text(s, 4, 32));  // no zero: cut at the buffer
     EXPECT_EQ("", wire_text(s, 9, 4));

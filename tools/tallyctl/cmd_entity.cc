@@ -32,7 +32,8 @@ bool tallyctl_stat0a_records(const std::vector<std::string> &pairs,
     for (const std::string &p : pairs) {
         size_t eq = p.rfind('=');
         uint32_t value = 0;
-        if (eq == std::string::npos || !tallyctl_parse_u32(std::string_view(p).substr(eq + 1), &value)) {
+        if (eq == std::string::npos ||
+            !tallyctl_parse_u32(std::string_view(p).substr(eq + 1), &value)) {
             *error = "bad MAC=VALUE pair: " + p;
             return false;
         }

@@ -17,7 +17,8 @@ int send_entity(std::string_view cmd, const tallyctl_ctx &ctx,
                      error.c_str());
         return rc;
     }
-    tallyd_socket_kind kind = d.stat_socket ? tallyd_socket_kind::stat : tallyd_socket_kind::control;
+    tallyd_socket_kind kind =
+        d.stat_socket ? tallyd_socket_kind::stat : tallyd_socket_kind::control;
     return tallyctl_send_datagram(ctx, kind, tallyctl_message(d.id, d.payload));
 }
 
