@@ -51,6 +51,13 @@ void tallyd_update_avp_ssid_hash(tallyd_sys_info_t *info);
 void tallyd_update_avp_apgroup_hash(tallyd_sys_info_t *info);
 void tallyd_update_avp_dvcinfo_hash(tallyd_sys_info_t *info);
 
+// Makes the entries created since the last call durable: every repository
+// list that gained entries is saved once. A writer that maps keys calls it
+// before it commits (or runs) the statements that store the new ids, so that
+// no committed row ever names an id the repository does not hold. 0, or -1
+// when a save failed (logged; the next call retries it).
+int tallyd_dict_flush();
+
 // Start-up: reload all four, in the order SSID, AP, AP group, device info.
 // Each reload empties the dictionary's buckets, reads its repository list
 // (absent: stays empty) and raises the counter (ssid_count, ap_count, ...) to

@@ -131,6 +131,7 @@ void clear_spool(const std::string &dir) {
 void commit_run() {
     sqlite3 *temp_db = tallyd_db_set.temp_db;
     sql_error err;
+    tallyd_dict_flush();  // the run's new AP and SSID ids before the rows naming them
     if (sql_exec(temp_db, "COMMIT TRANSACTION", &err) == SQLITE_OK) return;
     tallyd_log(LOG_ERR, "tallyd, flow commit aErrMsg = %s\n", err.text.c_str());
     // The run's rows are lost; a transaction still open would otherwise
