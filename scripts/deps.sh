@@ -3,7 +3,8 @@
 # missing; quiet when everything is already there.
 set -e
 pkgs="cmake ninja-build g++ pkg-config libsqlite3-dev sqlite3 libnanopb-dev nanopb
-libpugixml-dev libgtest-dev libgmock-dev libbenchmark-dev clang-format"
+libpugixml-dev libgtest-dev libgmock-dev libbenchmark-dev clang-format
+nlohmann-json3-dev libcairo2-dev"
 missing=""
 for p in $pkgs; do
     dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q "ok installed" || missing="$missing $p"

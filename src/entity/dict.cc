@@ -188,7 +188,9 @@ void tallyd_update_avp_dvcinfo_hash(tallyd_sys_info_t *info) {
 }
 
 // Every new entry is saved as it is created, so nothing is ever pending.
-int tallyd_dict_flush() { return 0; }
+int tallyd_dict_flush() {
+    return 0;
+}
 
 void tallyd_load_dictionaries(tallyd_sys_info_t *info) {
     tallyd_update_avp_ssid_hash(info);

@@ -134,23 +134,41 @@ tallyctl_reply_fields tallyctl_decode_reply(std::span<const uint8_t> r) {
             num(TALLYD_REPLY_PAYLOAD_LEN), num(TALLYD_REPLY_WRITE_POS),  r.size()};
 }
 
-std::string tallyctl_format_reply(std::span<const uint8_t> r, bool json) {
-    size_t payload = r.size() > TALLYD_REPLY_HDR_LEN ? r.size() - TALLYD_REPLY_HDR_LEN : 0;
-    std::string s = json ? "{" : "";
-    const char *sep = "";
+namespace {
+
+size_t payload_bytes(std::span<const uint8_t> r) {
+    return r.size() > TALLYD_REPLY_HDR_LEN ? r.size() - TALLYD_REPLY_HDR_LEN : 0;
+}
+
+// Message ids read best as hex, every other field as a number.
+bool shown_as_hex(const wire_field &f) {
+    std::string_view name = f.name;
+    return name == "msg_id" || name == "request_id";
+}
+
+}  // namespace
+
+std::string tallyctl_format_reply(std::span<const uint8_t> r) {
+    std::string s;
     for (const wire_field &f : tallyd_reply_header_fields) {
         uint32_t v = static_cast<uint32_t>(wire_get_num(r, f));
-        std::string_view name = f.name;
-        bool as_hex = name == "msg_id" || name == "request_id";
-        std::string value = as_hex ? tallyctl_hex32(v) : std::to_string(v);
-        if (json)
-            s += std::string(sep) + "\"" + f.name + "\":" + (as_hex ? "\"" + value + "\"" : value);
-        else
-            s += std::string(sep) + f.name + " " + value;
-        sep = json ? "," : " ";
+        s += std::string(f.name) + " " + (shown_as_hex(f) ? tallyctl_hex32(v) : std::to_string(v));
+        s += " ";
     }
-    if (json) return s + ",\"payload_bytes\":" + std::to_string(payload) + "}";
-    return s + " payload_bytes " + std::to_string(payload);
+    return s + "payload_bytes " + std::to_string(payload_bytes(r));
+}
+
+nlohmann::json tallyctl_reply_json(std::span<const uint8_t> r) {
+    nlohmann::json j = nlohmann::json::object();
+    for (const wire_field &f : tallyd_reply_header_fields) {
+        uint32_t v = static_cast<uint32_t>(wire_get_num(r, f));
+        if (shown_as_hex(f))
+            j[f.name] = tallyctl_hex32(v);
+        else
+            j[f.name] = v;
+    }
+    j["payload_bytes"] = payload_bytes(r);
+    return j;
 }
 
 bool tallyctl_conn::open(tallyd_socket_kind kind, std::string *error) {

@@ -8,6 +8,7 @@
 #pragma once
 
 #include <cstdint>
+#include <nlohmann/json.hpp>
 #include <span>
 #include <string>
 #include <string_view>
@@ -57,9 +58,10 @@ struct tallyctl_reply_fields {
 };
 tallyctl_reply_fields tallyctl_decode_reply(std::span<const uint8_t> reply);
 
-// One line of text ("module 18 flag 0 msg_id 0x03000003 ...") or one JSON
-// object with the same fields and "payload_bytes".
-std::string tallyctl_format_reply(std::span<const uint8_t> reply, bool json);
+// One line of text ("module 18 flag 0 msg_id 0x03000003 ... payload_bytes N").
+std::string tallyctl_format_reply(std::span<const uint8_t> reply);
+// The same fields as one JSON object (ids as "0x..." texts).
+nlohmann::json tallyctl_reply_json(std::span<const uint8_t> reply);
 
 // A datagram socket bound to a temporary name and connected to one of the
 // daemon's sockets. Closing removes the name.

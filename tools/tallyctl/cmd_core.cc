@@ -101,18 +101,19 @@ int tallyctl_send_datagram(const tallyctl_ctx &ctx, tallyd_socket_kind kind,
     }
     std::string name(tallyctl_socket_name(kind));
     if (ctx.json) {
-        std::printf("{\"sent\":{\"msg_id\":\"%s\",\"socket\":\"%s\",\"bytes\":%zu},\"replies\":[",
-                    tallyctl_hex32(id).c_str(), name.c_str(), datagram.size());
-        for (size_t i = 0; i < replies.size(); ++i)
-            std::printf("%s%s", i ? "," : "", tallyctl_format_reply(replies[i], true).c_str());
-        std::printf("]}\n");
+        nlohmann::json out = {
+            {"sent",
+             {{"msg_id", tallyctl_hex32(id)}, {"socket", name}, {"bytes", datagram.size()}}},
+            {"replies", nlohmann::json::array()}};
+        for (const tallyctl_bytes &r : replies) out["replies"].push_back(tallyctl_reply_json(r));
+        std::printf("%s\n", out.dump().c_str());
         return 0;
     }
     std::string what =
         datagram.size() < TALLYD_MSG_HDR_LEN ? "a datagram without a full header" : id_text(id);
     std::printf("sent %s to %s: %zu bytes\n", what.c_str(), name.c_str(), datagram.size());
     for (const tallyctl_bytes &r : replies)
-        std::printf("reply: %s\n", tallyctl_format_reply(r, false).c_str());
+        std::printf("reply: %s\n", tallyctl_format_reply(r).c_str());
     if (replies.empty()) std::printf("no reply\n");
     return 0;
 }
@@ -125,11 +126,13 @@ int tallyctl_cmd_probe(const tallyctl_ctx &ctx, const std::vector<std::string> &
         std::fprintf(stderr, "tallyctl: %s\n", error.c_str());
         return 1;
     }
-    std::string fields = tallyctl_format_reply(reply, ctx.json);
     if (ctx.json)
-        std::printf("{\"answered\":true,\"reply\":%s}\n", fields.c_str());
+        std::printf("%s\n",
+                    nlohmann::json{{"answered", true}, {"reply", tallyctl_reply_json(reply)}}
+                        .dump()
+                        .c_str());
     else
-        std::printf("tallyd answered: %s\n", fields.c_str());
+        std::printf("tallyd answered: %s\n", tallyctl_format_reply(reply).c_str());
     return 0;
 }
 

@@ -7,6 +7,7 @@
 #include <cstdio>
 #include <ctime>
 #include <filesystem>
+#include <nlohmann/json.hpp>
 #include <optional>
 #include <string_view>
 #include <vector>
@@ -125,23 +126,6 @@ std::string utc(int64_t t) {
     return buf;
 }
 
-std::string json_string(std::string_view s) {
-    std::string out = "\"";
-    for (unsigned char c : s) {
-        if (c == '"' || c == '\\') {
-            out += '\\';
-            out += static_cast<char>(c);
-        } else if (c < 0x20) {
-            char esc[8];
-            std::snprintf(esc, sizeof esc, "\\u%04x", c);
-            out += esc;
-        } else {
-            out += static_cast<char>(c);
-        }
-    }
-    return out + "\"";
-}
-
 void print_text(const std::vector<db_info> &dbs, std::string *out) {
     char line[512];
     for (const db_info &d : dbs) {
@@ -158,29 +142,25 @@ void print_text(const std::vector<db_info> &dbs, std::string *out) {
 }
 
 void print_json(const std::vector<db_info> &dbs, std::string *out) {
-    *out += "{\"databases\":[";
-    for (size_t i = 0; i < dbs.size(); ++i) {
-        const db_info &d = dbs[i];
-        *out += i ? ",{\"file\":" : "{\"file\":";
-        *out += json_string(d.file);
-        if (!d.error.empty()) *out += ",\"error\":" + json_string(d.error);
-        *out += ",\"tables\":[";
-        for (size_t j = 0; j < d.tables.size(); ++j) {
-            const table_info &t = d.tables[j];
-            // Appended piece by piece: GCC 12's -Wrestrict misreads the
-            // inlined copies of one long operator+ chain here.
-            *out += j ? ",{\"name\":" : "{\"name\":";
-            *out += json_string(t.name);
-            *out += ",\"rows\":";
-            *out += std::to_string(t.rows);
-            *out += ",\"newest_time\":";
-            *out += t.newest ? std::to_string(*t.newest) : "null";
-            if (!t.error.empty()) *out += ",\"error\":" + json_string(t.error);
-            *out += "}";
+    nlohmann::json list = nlohmann::json::array();
+    for (const db_info &d : dbs) {
+        nlohmann::json db = {{"file", d.file}};
+        if (!d.error.empty()) db["error"] = d.error;
+        nlohmann::json tables = nlohmann::json::array();
+        for (const table_info &t : d.tables) {
+            nlohmann::json tj = {{"name", t.name}, {"rows", t.rows}};
+            tj["newest_time"] = t.newest ? nlohmann::json(*t.newest) : nlohmann::json(nullptr);
+            if (!t.error.empty()) tj["error"] = t.error;
+            tables.push_back(std::move(tj));
         }
-        *out += "]}";
+        db["tables"] = std::move(tables);
+        list.push_back(std::move(db));
     }
-    *out += "]}\n";
+    // Bytes that are not UTF-8 (a table name is the database's own text)
+    // come out replaced rather than ending the dump.
+    *out += nlohmann::json{{"databases", std::move(list)}}.dump(
+                -1, ' ', false, nlohmann::json::error_handler_t::replace) +
+            "\n";
 }
 
 }  // namespace
