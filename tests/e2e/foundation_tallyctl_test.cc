@@ -72,18 +72,21 @@ TEST(TallyctlBinary, ProbeAndSendAgainstTheDaemon) {
 
     r = tallyctl(d.root(), "--json send --id 0x03000047 --module 6 --hex 0102 --wait 100");
     EXPECT_EQ(0, r.status) << r.out;
-    EXPECT_EQ(
-        "{\"sent\":{\"msg_id\":\"0x03000047\",\"socket\":\"control\",\"bytes\":14},"
-        "\"replies\":[]}\n",
-        r.out);
+    EXPECT_EQ(nlohmann::json::parse(R"({"sent": {"msg_id": "0x03000047", "socket": "control",
+                                           "bytes": 14}, "replies": []})"),
+              nlohmann::json::parse(r.out, nullptr, false));
     EXPECT_TRUE(d.wait_log("3 tallyd, received invalid msg id 0x03000047 from module 6"));
 
     r = tallyctl(d.root(), "--json send --socket monitor --id TAC_PROBE");
     EXPECT_EQ(0, r.status);
-    EXPECT_NE(std::string::npos,
-              r.out.find("\"replies\":[{\"module\":18,\"flag\":0,\"msg_id\":\"0x08000002\","
-                         "\"length\":16,\"request_id\":\"0x08000001\""))
-        << r.out;
+    nlohmann::json probe = nlohmann::json::parse(r.out, nullptr, false);
+    ASSERT_TRUE(probe.contains("replies")) << r.out;
+    ASSERT_EQ(1u, probe["replies"].size()) << r.out;
+    const nlohmann::json &reply = probe["replies"][0];
+    EXPECT_EQ(18, reply["module"]);
+    EXPECT_EQ("0x08000002", reply["msg_id"]);
+    EXPECT_EQ(16, reply["length"]);
+    EXPECT_EQ("0x08000001", reply["request_id"]);
 
     EXPECT_EQ(2, tallyctl(d.root(), "send --id NO_SUCH_ID").status);
     EXPECT_EQ(2, tallyctl(d.root(), "send --id 1 --hex 123").status);
