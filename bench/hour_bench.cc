@@ -46,11 +46,12 @@ std::vector<bench_base_row> base_rows(const std::vector<bench_flow_row> &flows) 
 constexpr const char *kHourTables[] = {"avp_top_client_hour", "avp_ap_ssid_hour",
                                        "avp_all_group_hour"};
 
-void clear_hour_tables(sqlite3 *conn) {
-    for (const char *t : kHourTables) sql_exec(conn, (std::string("DELETE FROM ") + t).c_str());
+void clear_hour_tables(sql_conn &conn) {
+    for (const char *t : kHourTables)
+        sql_exec(conn.get(), (std::string("DELETE FROM ") + t).c_str());
 }
 
-int64_t hour_rows(sqlite3 *conn) {
+int64_t hour_rows(const sql_conn &conn) {
     int64_t n = 0;
     for (const char *t : kHourTables) n += bench_count(conn, t);
     return n;
@@ -58,25 +59,25 @@ int64_t hour_rows(sqlite3 *conn) {
 
 // --- the bare side ------------------------------------------------------------
 
-void bare_exec_txn(sqlite3 *conn, const std::string &sql) {
-    sql_exec(conn, "BEGIN TRANSACTION");
-    sql_exec(conn, sql.c_str());
-    sql_exec(conn, "COMMIT TRANSACTION");
+void bare_exec_txn(sql_conn &conn, const std::string &sql) {
+    sql_exec(conn.get(), "BEGIN TRANSACTION");
+    sql_exec(conn.get(), sql.c_str());
+    sql_exec(conn.get(), "COMMIT TRANSACTION");
 }
 
 // SELECT on src, each row bound by `bind` into one INSERT on dst, one
 // transaction.
 template <class Bind>
-void bare_rollup(sqlite3 *src, const char *select, sqlite3 *dst, const char *insert, Bind bind) {
-    sql_stmt sel = sql_prepare(src, select);
-    sql_stmt ins = sql_prepare(dst, insert);
-    sql_exec(dst, "BEGIN TRANSACTION");
-    while (sqlite3_step(sel.get()) == SQLITE_ROW)
+void bare_rollup(sql_conn &src, const char *select, sql_conn &dst, const char *insert, Bind bind) {
+    sql_stmt &sel = *src.cached(select);
+    sql_stmt &ins = *dst.cached(insert);
+    sql_exec(dst.get(), "BEGIN TRANSACTION");
+    while (sel.step() == SQLITE_ROW)
         if (bind(sel.get(), ins)) ins.run();
-    sql_exec(dst, "COMMIT TRANSACTION");
+    sql_exec(dst.get(), "COMMIT TRANSACTION");
 }
 
-double bare_run(sqlite3 *src, sqlite3 *dst, uint32_t stamp) {
+double bare_run(sql_conn &src, sql_conn &dst, uint32_t stamp) {
     bench_timer t;
     for (const char *table : kHourTables)
         bare_exec_txn(dst, std::string("DELETE FROM ") + table + " WHERE (time>0 AND time<" +
@@ -145,8 +146,8 @@ int main() {
     tallyd_create_avp_temp_db(&tallyd_db_set);
 
     const std::string dir = tallyd_path("/tmp/tallyd");
-    sqlite3 *bare_src = bench_open(dir + "/bare_temp.db");
-    sqlite3 *bare_dst = bench_open(dir + "/bare_main.db");
+    sql_conn bare_src = bench_open(dir + "/bare_temp.db");
+    sql_conn bare_dst = bench_open(dir + "/bare_main.db");
     tallyd_create_temp_tables(bare_src);
     tallyd_set_db_pragmas(bare_dst);
     tallyd_create_main_tables(bare_dst);
@@ -181,10 +182,7 @@ int main() {
     int rc = bench_print(
         {"hour task", static_cast<int64_t>(rows.size()), daemon_s, bare_s, rss, 1.3, 0});
 
-    sqlite3_close_v2(bare_src);
-    sqlite3_close_v2(bare_dst);
-    sql_close(&tallyd_db_set.db);
-    sql_close(&tallyd_db_set.temp_db);
+    tallyd_db_set.close_all();
     eloop_destroy();
     return rc == 0 && daemon_out == bare_out ? 0 : 1;
 }

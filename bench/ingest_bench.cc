@@ -86,7 +86,7 @@ void file_side(const std::vector<bench_spool_file> &files, double *decode_s, dou
 
 // One daemon run over a freshly filled spool into an empty avp_base.
 double daemon_run(const std::vector<bench_spool_file> &files, int64_t *rows) {
-    sql_exec(tallyd_db_set.temp_db, "DELETE FROM avp_base");
+    sql_exec(tallyd_db_set.temp_db.get(), "DELETE FROM avp_base");
     fill_spool(files);
     bench_timer t;
     tallyd_handle_flow(kRunTime);
@@ -98,8 +98,8 @@ double daemon_run(const std::vector<bench_spool_file> &files, int64_t *rows) {
 // The bare cost: the same rows, one prepared statement, one transaction, into
 // an empty avp_base of its own database file beside temp_db. Emptied before
 // the timer starts, as the daemon's side is: only the inserts are timed.
-double bare_run(sqlite3 *conn, const std::vector<bench_base_row> &rows) {
-    sql_exec(conn, "DELETE FROM avp_base");
+double bare_run(sql_conn &conn, const std::vector<bench_base_row> &rows) {
+    sql_exec(conn.get(), "DELETE FROM avp_base");
     bench_timer t;
     bench_insert_avp_base(conn, rows, kRunTime);
     return t.seconds();
@@ -120,7 +120,7 @@ int main() {
     tallyd_create_avp_temp_db(&tallyd_db_set);
 
     std::string bare_path = root.path() + "/tmp/tallyd/bare.db";
-    sqlite3 *bare = bench_open(bare_path);
+    sql_conn bare = bench_open(bare_path);
     tallyd_create_temp_tables(bare);
     if (!tallyd_db_set.db || !tallyd_db_set.temp_db || !bare) {
         std::fprintf(stderr, "ingest_bench: cannot open the databases\n");
@@ -172,9 +172,7 @@ int main() {
         "unlinking them %.3fs = %.3fs, ratio %.2f\n",
         read_s, clear_s, floor_s, floor_s / bare_s);
 
-    sqlite3_close_v2(bare);
-    sql_close(&tallyd_db_set.db);
-    sql_close(&tallyd_db_set.temp_db);
+    tallyd_db_set.close_all();
     tallyd_dict_reset(&tallyd_sys_info);
     return 0;
 }

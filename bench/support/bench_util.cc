@@ -8,6 +8,7 @@
 #include <string_view>
 
 #include "base/path.h"
+#include "db/db_files.h"
 #include "db/sql.h"
 
 bench_root::bench_root() {
@@ -22,15 +23,15 @@ bench_root::~bench_root() {
     if (!path_.empty()) std::filesystem::remove_all(path_, ec);
 }
 
-sqlite3 *bench_open(const std::string &path) {
-    sqlite3 *conn = nullptr;
-    sqlite3_open_v2(path.c_str(), &conn, SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE, nullptr);
+sql_conn bench_open(const std::string &path) {
+    sql_conn conn;
+    tallyd_db_open(path, SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE, conn);
     return conn;
 }
 
-int64_t bench_count(sqlite3 *conn, const std::string &table) {
+int64_t bench_count(const sql_conn &conn, const std::string &table) {
     sql_table t;
-    sql_get_table(conn, ("SELECT count(*) FROM " + table).c_str(), t);
+    sql_get_table(conn.get(), ("SELECT count(*) FROM " + table).c_str(), t);
     return t.rows() ? t.int_at(0, 0) : 0;
 }
 

@@ -6,11 +6,11 @@
 // only tell how far a slower target is from its budget.
 #pragma once
 
-#include <sqlite3.h>
-
 #include <chrono>
 #include <cstdint>
 #include <string>
+
+#include "db/sql.h"
 
 // A fresh directory made the daemon's root (TALLYD_ROOT) for the life of the
 // object; removed with everything in it afterwards.
@@ -40,11 +40,11 @@ class bench_timer {
 };
 
 // A database file of the bare side, opened read-write (created when
-// missing); null when it cannot be opened.
-sqlite3 *bench_open(const std::string &path);
+// missing); closed when it cannot be opened.
+sql_conn bench_open(const std::string &path);
 
 // Number of rows of table on conn (0 when it cannot be counted).
-int64_t bench_count(sqlite3 *conn, const std::string &table);
+int64_t bench_count(const sql_conn &conn, const std::string &table);
 
 // Peak resident set of this process in KiB (VmHWM). bench_peak_rss_reset()
 // restarts the peak from the current resident set, so that a later reading

@@ -26,13 +26,12 @@ void bench_flow_workload(std::vector<bench_flow_row> *rows, std::vector<bench_sp
     }
 }
 
-void bench_insert_avp_base(sqlite3 *conn, const std::vector<bench_base_row> &rows, uint32_t time) {
-    sql_exec(conn, "DELETE FROM avp_base");
-    sql_exec(conn, "BEGIN TRANSACTION");
-    sql_stmt s = sql_prepare(conn,
-                             "INSERT INTO avp_base(time, app, port, client_mac, ap_mac, ssid, "
-                             "uplink, downlink, total, category, group_id) "
-                             "VALUES(?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?)");
+void bench_insert_avp_base(sql_conn &conn, const std::vector<bench_base_row> &rows, uint32_t time) {
+    sql_exec(conn.get(), "DELETE FROM avp_base");
+    sql_exec(conn.get(), "BEGIN TRANSACTION");
+    sql_stmt &s = *conn.cached(
+        "INSERT INTO avp_base(time, app, port, client_mac, ap_mac, ssid, uplink, downlink, total, "
+        "category, group_id) VALUES(?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?)");
     for (const bench_base_row &row : rows) {
         const bench_flow_row &f = *row.flow;
         s.bind(1, int64_t{time});
@@ -48,6 +47,5 @@ void bench_insert_avp_base(sqlite3 *conn, const std::vector<bench_base_row> &row
         s.bind(11, row.group_id);
         s.run();
     }
-    s = sql_stmt();
-    sql_exec(conn, "COMMIT TRANSACTION");
+    sql_exec(conn.get(), "COMMIT TRANSACTION");
 }

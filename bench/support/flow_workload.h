@@ -3,11 +3,11 @@
 // seed, as compact rows and (optionally) as encoded spool files.
 #pragma once
 
-#include <sqlite3.h>
-
 #include <cstdint>
 #include <string>
 #include <vector>
+
+#include "db/sql.h"
 
 inline constexpr uint32_t kBenchAps = 1024;
 inline constexpr uint32_t kBenchEntries = 50;
@@ -40,4 +40,4 @@ struct bench_base_row {
 // Empties avp_base of conn, then inserts rows with `time` as the flow task
 // stores them: one prepared statement, one transaction (the bare cost of
 // ingestion, and the input of the rollup benchmarks).
-void bench_insert_avp_base(sqlite3 *conn, const std::vector<bench_base_row> &rows, uint32_t time);
+void bench_insert_avp_base(sql_conn &conn, const std::vector<bench_base_row> &rows, uint32_t time);

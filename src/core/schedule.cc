@@ -34,14 +34,14 @@ int32_t period_of(int32_t kind) {
 
 // A remanent time of 0 (unknown kind) would fire at once; the full period is
 // used instead. -1 (database not open) is deliberately kept as it is.
-int32_t first_delay(int32_t kind, sqlite3 *conn, const char *table) {
+int32_t first_delay(int32_t kind, sql_conn &conn, const char *table) {
     int32_t t = tallyd_get_remanent_time(kind, conn, table);
     return t == 0 ? period_of(kind) : t;
 }
 
 }  // namespace
 
-int32_t tallyd_get_remanent_time(int32_t kind, sqlite3 *conn, const char *table) {
+int32_t tallyd_get_remanent_time(int32_t kind, sql_conn &conn, const char *table) {
     if (!conn || !table) return -1;
     uint32_t now = tallyd_now();
 
@@ -49,7 +49,7 @@ int32_t tallyd_get_remanent_time(int32_t kind, sqlite3 *conn, const char *table)
     std::snprintf(sql, sizeof sql, "SELECT time FROM %s ORDER by time DESC LIMIT 1", table);
     sql_table result;
     sql_error err;
-    if (sql_get_table(conn, sql, result, &err) != SQLITE_OK)
+    if (sql_get_table(conn.get(), sql, result, &err) != SQLITE_OK)
         tallyd_log(LOG_ERR, "tallyd, get remanent aErrMsg = %s\n", err.text.c_str());
 
     int32_t period = period_of(kind);

@@ -69,10 +69,10 @@ void run_loop() {
 void shut_down() {
     eloop_destroy();
     if (tallyd_sys_info.reply_sock != 0) close(tallyd_sys_info.reply_sock);
-    sql_close(&tallyd_db_set.db);
-    sql_close(&tallyd_db_set.db_flash);
-    sql_close(&tallyd_db_set.temp_db);
-    sql_close(&tallyd_db_set.backup_hour_db);
+    tallyd_db_set.db.close();
+    tallyd_db_set.db_flash.close();
+    tallyd_db_set.temp_db.close();
+    tallyd_db_set.backup_hour_db.close();
 }
 
 }  // namespace

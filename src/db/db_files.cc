@@ -32,22 +32,22 @@ constexpr uint32_t kMonth = 2592000;
 // file lazily, so a file that is not a database at all would open fine and
 // then fail every statement for ever; reading the schema here makes such a
 // file count as one that will not open, and the caller builds afresh.
-int db_open_existing(const std::string &path, sqlite3 **slot) {
-    int rc = tallyd_db_open(path, kOpenExisting, slot);
+int db_open_existing(const std::string &path, sql_conn &conn) {
+    int rc = tallyd_db_open(path, kOpenExisting, conn);
     if (rc != SQLITE_OK) return rc;
-    rc = sql_exec(*slot, "SELECT count(*) FROM sqlite_master");
-    if (rc != SQLITE_OK) sql_close(slot);
+    rc = sql_exec(conn.get(), "SELECT count(*) FROM sqlite_master");
+    if (rc != SQLITE_OK) conn.close();
     return rc;
 }
 
 // Moves the flash copy of base into RAM (consuming it) and checks it against
 // its md5 file. True when the copy verified and opens.
-bool restore_from_flash(std::string_view base, sqlite3 **slot) {
+bool restore_from_flash(std::string_view base, sql_conn &conn) {
     std::string ram_dir = tallyd_path(TALLYD_RAM_DIR);
     db_fs_move_copies(tallyd_path(TALLYD_FLASH_DIR), base, ram_dir);
     std::string md5 = std::string(base) + ".md5";
     if (!tallyd_md5_verify(md5.c_str())) return false;
-    return db_open_existing(db_fs_db_path(TALLYD_RAM_DIR, base), slot) == SQLITE_OK;
+    return db_open_existing(db_fs_db_path(TALLYD_RAM_DIR, base), conn) == SQLITE_OK;
 }
 
 bool flash_copy_exists(std::string_view base) {
@@ -56,7 +56,7 @@ bool flash_copy_exists(std::string_view base) {
 
 // Rows outside the kept range go when db is opened; the first failing group
 // ends the purge.
-int purge_main(sqlite3 *db, uint32_t now) {
+int purge_main(sql_conn &db, uint32_t now) {
     int rc = tallyd_purge_client_curve(now - kHour, db);
     if (rc == 0) rc = tallyd_purge_hour(now - kHour, db);
     if (rc == 0) rc = tallyd_purge_day(now - kDay, db);
@@ -65,7 +65,7 @@ int purge_main(sqlite3 *db, uint32_t now) {
 
 int build_main(tallyd_db_set_t *set, const std::string &ram) {
     db_fs_rm_rf(ram);
-    int rc = tallyd_db_open(ram, kOpenCreate, &set->db);
+    int rc = tallyd_db_open(ram, kOpenCreate, set->db);
     if (rc != SQLITE_OK) {
         tallyd_log(LOG_ERR, "tallyd, Failed to open the avp.db\n");
         return rc;
@@ -76,25 +76,26 @@ int build_main(tallyd_db_set_t *set, const std::string &ram) {
     return SQLITE_OK;
 }
 
-// A new file at ram in *slot (closed and removed first): tables, then the
-// marker row. Returns the open result; *slot is null when the open failed.
-int build_fresh(sqlite3 **slot, const std::string &ram, int (*create_tables)(sqlite3 *),
+// A new file at ram in conn (closed and removed first): tables, then the
+// marker row. Returns the open result; conn is closed when the open failed.
+int build_fresh(sql_conn &conn, const std::string &ram, int (*create_tables)(sql_conn &),
                 const char *marker_table, int32_t marker_kind) {
-    sql_close(slot);
+    conn.close();
     db_fs_rm_rf(ram);
-    int rc = tallyd_db_open(ram, kOpenCreate, slot);
-    if (*slot && create_tables(*slot) == 0)
-        tallyd_insert_timestamp(*slot, marker_table, marker_kind);
+    int rc = tallyd_db_open(ram, kOpenCreate, conn);
+    if (conn && create_tables(conn) == 0) tallyd_insert_timestamp(conn, marker_table, marker_kind);
     return rc;
 }
 
 }  // namespace
 
-int tallyd_db_open(const std::string &path, int flags, sqlite3 **slot) {
-    *slot = nullptr;
+int tallyd_db_open(const std::string &path, int flags, sql_conn &conn) {
+    conn.close();
+    sqlite3 *handle = nullptr;
+    int rc = sqlite3_open_v2(path.c_str(), &handle, flags, nullptr);
     // SQLite hands out a handle even when opening fails; it is closed here.
-    int rc = sqlite3_open_v2(path.c_str(), slot, flags, nullptr);
-    if (rc != SQLITE_OK) sql_close(slot);
+    sql_conn opened(handle);
+    if (rc == SQLITE_OK) conn = std::move(opened);
     return rc;
 }
 
@@ -104,7 +105,7 @@ int tallyd_create_avp_db(tallyd_db_set_t *set) {
     std::string ram = db_fs_db_path(TALLYD_RAM_DIR, kMainBase);
     if (db_fs_exists(ram)) {
         // Left by an earlier run of the daemon: used as it is.
-        if (db_open_existing(ram, &set->db) == SQLITE_OK) return purge_main(set->db, now);
+        if (db_open_existing(ram, set->db) == SQLITE_OK) return purge_main(set->db, now);
     } else {
         db_fs_mkdir_p(tallyd_path(TALLYD_RAM_DIR));
     }
@@ -113,7 +114,7 @@ int tallyd_create_avp_db(tallyd_db_set_t *set) {
         // everything in the flash directory goes, avp_flash.db included,
         // before the flash opener runs and builds a new one.
         db_fs_empty_dir(tallyd_path(TALLYD_FLASH_DIR));
-    } else if (restore_from_flash(kMainBase, &set->db)) {
+    } else if (restore_from_flash(kMainBase, set->db)) {
         return purge_main(set->db, now);
     }
     return build_main(set, ram);
@@ -124,7 +125,7 @@ int tallyd_create_avp_flash_db(tallyd_db_set_t *set) {
     uint32_t now = tallyd_now();
     std::string path = db_fs_db_path(TALLYD_FLASH_DIR, kFlashBase);
     if (db_fs_exists(path)) {
-        if (db_open_existing(path, &set->db_flash) == SQLITE_OK) {
+        if (db_open_existing(path, set->db_flash) == SQLITE_OK) {
             int rc = tallyd_purge_week(now - kWeek, set->db_flash);
             if (rc == 0) rc = tallyd_purge_month(now - kMonth, set->db_flash);
             return rc;
@@ -134,7 +135,7 @@ int tallyd_create_avp_flash_db(tallyd_db_set_t *set) {
     } else {
         db_fs_mkdir_p(tallyd_path(TALLYD_FLASH_DIR));
     }
-    int rc = tallyd_db_open(path, kOpenCreate, &set->db_flash);
+    int rc = tallyd_db_open(path, kOpenCreate, set->db_flash);
     if (rc != SQLITE_OK) {
         tallyd_log(LOG_ERR, "tallyd, create new %s failed\n", "avp_flash.db");
         return rc;
@@ -150,10 +151,10 @@ int tallyd_create_avp_temp_db(tallyd_db_set_t *set) {
     if (!set) return -1;
     // Flow rows are staged only until the next rollup: never kept over a
     // restart or a rebuild.
-    sql_close(&set->temp_db);
+    set->temp_db.close();
     std::string path = tallyd_path(TALLYD_DB_TEMP);
     db_fs_rm_rf(path);
-    int rc = tallyd_db_open(path, kOpenCreate, &set->temp_db);
+    int rc = tallyd_db_open(path, kOpenCreate, set->temp_db);
     if (set->temp_db)
         tallyd_create_temp_tables(set->temp_db);
     else
@@ -165,9 +166,9 @@ int tallyd_create_avp_backup_hour_db(tallyd_db_set_t *set) {
     if (!set) return -1;
     uint32_t cut = tallyd_now() - kTwoHours;
     std::string ram = db_fs_db_path(TALLYD_RAM_DIR, kBackupBase);
-    if (db_fs_exists(ram) && db_open_existing(ram, &set->backup_hour_db) == SQLITE_OK)
+    if (db_fs_exists(ram) && db_open_existing(ram, set->backup_hour_db) == SQLITE_OK)
         return tallyd_purge_backup(cut, set->backup_hour_db);
-    if (flash_copy_exists(kBackupBase) && restore_from_flash(kBackupBase, &set->backup_hour_db))
+    if (flash_copy_exists(kBackupBase) && restore_from_flash(kBackupBase, set->backup_hour_db))
         return tallyd_purge_backup(cut, set->backup_hour_db);
     tallyd_build_avp_backup_hour_db(set);
     return 0;
@@ -176,7 +177,7 @@ int tallyd_create_avp_backup_hour_db(tallyd_db_set_t *set) {
 int tallyd_build_avp_backup_hour_db(tallyd_db_set_t *set) {
     if (!set) return -1;
     std::string ram = db_fs_db_path(TALLYD_RAM_DIR, kBackupBase);
-    int rc = build_fresh(&set->backup_hour_db, ram, tallyd_create_backup_tables,
+    int rc = build_fresh(set->backup_hour_db, ram, tallyd_create_backup_tables,
                          "avp_top_client_backup", 4);
     if (!set->backup_hour_db) std::puts("Failed to create temporary backup_hour_db.db");
     return rc;
@@ -186,13 +187,13 @@ int tallyd_create_statistic_db(tallyd_db_set_t *set) {
     if (!set) return -1;
     uint32_t now = tallyd_now();
     std::string ram = db_fs_db_path(TALLYD_RAM_DIR, kStatisticBase);
-    if (db_fs_exists(ram) && db_open_existing(ram, &set->statistic_db) == SQLITE_OK) {
+    if (db_fs_exists(ram) && db_open_existing(ram, set->statistic_db) == SQLITE_OK) {
         tallyd_purge_statistic(now - kTwoHours, set->statistic_db, 7200);
         tallyd_purge_statistic(now - kDay, set->statistic_db, 86400);
         return 0;
     }
     if (flash_copy_exists(kStatisticBase) &&
-        restore_from_flash(kStatisticBase, &set->statistic_db)) {
+        restore_from_flash(kStatisticBase, set->statistic_db)) {
         // Daily before hourly here, unlike a file found in RAM; and only a
         // file that comes back from flash can be of an older layout.
         tallyd_purge_statistic(now - kDay, set->statistic_db, 86400);
@@ -201,7 +202,7 @@ int tallyd_create_statistic_db(tallyd_db_set_t *set) {
         return 0;
     }
     int rc =
-        build_fresh(&set->statistic_db, ram, tallyd_create_statistic_tables, "statis_client_d", 5);
+        build_fresh(set->statistic_db, ram, tallyd_create_statistic_tables, "statis_client_d", 5);
     if (!set->statistic_db) std::printf("Failed to create statistic.db,  rc = %d\n", rc);
     return 0;
 }
@@ -212,7 +213,7 @@ int tallyd_init_avp_db(tallyd_db_set_t *set) {
     // opened but failed its purge or part of its tables is still served.
     struct step {
         int (*open)(tallyd_db_set_t *);
-        sqlite3 *tallyd_db_set_t::*member;
+        sql_conn tallyd_db_set_t::*member;
         const char *failure;
     };
     static constexpr step kSteps[] = {

@@ -2,20 +2,18 @@
 //
 // Five databases are opened at start-up (top_list_db on first use). RAM
 // files live under /tmp/tallyd, avp_flash.db is used in place in the flash
-// directory. Openers fill their member of tallyd_db_set; a member is null
+// directory. Openers fill their member of tallyd_db_set; a member is empty
 // while its database is closed.
 #pragma once
-
-#include <sqlite3.h>
 
 #include <cstdint>
 #include <string>
 
 #include "db/db_set.h"
 
-// sqlite3_open_v2 of path into *slot; a failed open always leaves *slot null.
-// Returns the SQLite code.
-int tallyd_db_open(const std::string &path, int flags, sqlite3 **slot);
+// sqlite3_open_v2 of path into conn, closing what conn held first; a failed
+// open always leaves conn closed. Returns the SQLite code.
+int tallyd_db_open(const std::string &path, int flags, sql_conn &conn);
 
 // 0 when db, db_flash, temp_db, backup_hour_db and statistic_db are all open,
 // -1 otherwise (after printing which one failed).
@@ -34,10 +32,10 @@ int tallyd_create_statistic_db(tallyd_db_set_t *set);
 // file is removed either way.
 int tallyd_md5_verify(const char *md5_name);
 
-void tallyd_set_db_pragmas(sqlite3 *conn);
+void tallyd_set_db_pragmas(sql_conn &conn);
 
 // Marker row kinds 1-5: the time since which a database holds data.
-void tallyd_insert_timestamp(sqlite3 *conn, const char *table, int32_t kind);
+void tallyd_insert_timestamp(sql_conn &conn, const char *table, int32_t kind);
 
 // Device paths (not root-prefixed) of the database files.
 inline constexpr const char *TALLYD_DB_MAIN = "/tmp/tallyd/avp_1.0.db";

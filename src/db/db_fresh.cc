@@ -32,18 +32,18 @@ int32_t cache_pages(int32_t platform_class) {
 
 }  // namespace
 
-void tallyd_set_db_pragmas(sqlite3 *conn) {
+void tallyd_set_db_pragmas(sql_conn &conn) {
     char sql[64];
     // auto_vacuum must precede the first table: only then do deletions give
     // pages back to the file system, which the size check relies on.
     std::snprintf(sql, sizeof sql, "PRAGMA auto_vacuum = %d", 1);
-    sql_exec_log_msg(conn, sql, "tallyd, PRAGMA auto_vacuum failed\n");
+    sql_exec_log_msg(conn.get(), sql, "tallyd, PRAGMA auto_vacuum failed\n");
     std::snprintf(sql, sizeof sql, "PRAGMA cache_size=%d",
                   cache_pages(tallyd_sys_info.platform_class));
-    sql_exec_log_msg(conn, sql, "tallyd, PRAGMA set cache_size failed\n");
+    sql_exec_log_msg(conn.get(), sql, "tallyd, PRAGMA set cache_size failed\n");
 }
 
-void tallyd_insert_timestamp(sqlite3 *conn, const char *table, int32_t kind) {
+void tallyd_insert_timestamp(sql_conn &conn, const char *table, int32_t kind) {
     if (!conn || !table) return;
     // "%lu" of a 32-bit time, "%llu" of a zero counter, as the device prints.
     unsigned long now = tallyd_now();
@@ -64,5 +64,5 @@ void tallyd_insert_timestamp(sqlite3 *conn, const char *table, int32_t kind) {
         default:
             return;
     }
-    sql_exec_log_msg(conn, sql, "tallyd, INSERT timestamp aErrMsg = %s\n");
+    sql_exec_log_msg(conn.get(), sql, "tallyd, INSERT timestamp aErrMsg = %s\n");
 }

@@ -11,36 +11,33 @@
 namespace {
 
 void rebuild_main() {
-    sql_close(&tallyd_db_set.db);
+    tallyd_db_set.db.close();
     db_fs_rm(tallyd_path(TALLYD_DB_MAIN));
     tallyd_create_avp_db(&tallyd_db_set);
     tallyd_log(LOG_WARNING, "tallyd, recover hour and day tables from malformed\n");
 }
 
 void rebuild_temp() {
-    sql_close(&tallyd_db_set.temp_db);
+    tallyd_db_set.temp_db.close();
     db_fs_rm(tallyd_path(TALLYD_DB_TEMP));
     tallyd_create_avp_temp_db(&tallyd_db_set);
 }
 
 void rebuild_backup() {
-    sql_close(&tallyd_db_set.backup_hour_db);
+    tallyd_db_set.backup_hour_db.close();
     db_fs_rm(tallyd_path(TALLYD_DB_BACKUP));
     tallyd_create_avp_backup_hour_db(&tallyd_db_set);
 }
 
 void rebuild_flash() {
-    // The handle keeps its stale value until the opener overwrites it; the
-    // opener assigns db_flash on every path, so nothing can use it closed.
-    sqlite3 *stale = tallyd_db_set.db_flash;
-    sql_close(&stale);
+    tallyd_db_set.db_flash.close();
     db_fs_rm(tallyd_path(TALLYD_DB_FLASH));
     tallyd_create_avp_flash_db(&tallyd_db_set);
     tallyd_log(LOG_WARNING, "tallyd, recover week and month tables from malformed\n");
 }
 
 void rebuild_statistic() {
-    sql_close(&tallyd_db_set.statistic_db);
+    tallyd_db_set.statistic_db.close();
     db_fs_rm(tallyd_path(TALLYD_DB_STATISTIC));
     tallyd_create_statistic_db(&tallyd_db_set);
 }
@@ -62,20 +59,20 @@ constexpr const char *kProbeApChart = "SELECT client_count FROM statis_ap_chart 
 
 }  // namespace
 
-void tallyd_beta_migration_ap_wlan(sqlite3 *statistic) {
+void tallyd_beta_migration_ap_wlan(sql_conn &statistic) {
     // Older layouts lack these columns; their tables are rebuilt, which
     // drops the rows (statis_ap_wlan gets its rows back from the
     // configuration).
     sql_table probe;
-    if (sql_get_table(statistic, kProbeApWlan, probe) != SQLITE_OK) {
-        sql_exec(statistic, "DROP TABLE statis_ap_wlan");
+    if (sql_get_table(statistic.get(), kProbeApWlan, probe) != SQLITE_OK) {
+        sql_exec(statistic.get(), "DROP TABLE statis_ap_wlan");
         tallyd_create_statis_ap_wlan(statistic);
     }
-    if (sql_get_table(statistic, kProbeApChart, probe) != SQLITE_OK) {
-        sql_exec(statistic, "DROP TABLE statis_ap_chart");
+    if (sql_get_table(statistic.get(), kProbeApChart, probe) != SQLITE_OK) {
+        sql_exec(statistic.get(), "DROP TABLE statis_ap_chart");
         // The chart of clients is gone from this layout; old files may still
         // carry it.
-        sql_exec(statistic, "DROP TABLE statis_client_chart");
+        sql_exec(statistic.get(), "DROP TABLE statis_client_chart");
         tallyd_create_statis_ap_chart(statistic);
     }
 }

@@ -6,9 +6,9 @@
 // db_flash, statistic_db, so one call can rebuild several databases.
 #pragma once
 
-#include <sqlite3.h>
-
 #include <cstdint>
+
+#include "db/sql.h"
 
 inline constexpr uint32_t TALLYD_RECOVER_DB = 0x1 | 0x2;
 inline constexpr uint32_t TALLYD_RECOVER_FLASH = 0x4 | 0x8;
@@ -20,4 +20,4 @@ void tallyd_recover_from_malformed(uint32_t mask);
 
 // Brings a statistic database restored from flash to the current layout of
 // statis_ap_wlan and statis_ap_chart.
-void tallyd_beta_migration_ap_wlan(sqlite3 *statistic);
+void tallyd_beta_migration_ap_wlan(sql_conn &statistic);

@@ -37,13 +37,13 @@ constexpr uint32_t kMaskNone = 0;
 constexpr uint32_t kMaskDb = 1;
 
 // Deletes from every table in order; stops at the first failure.
-int purge_group(std::span<const char *const> tables, uint32_t cut, sqlite3 *conn, uint32_t mask) {
+int purge_group(std::span<const char *const> tables, uint32_t cut, sql_conn &conn, uint32_t mask) {
     if (!conn) return -1;
     for (const char *table : tables) {
         int rc = tallyd_delete_by_time(table, cut, conn, mask);
         if (rc != 0) return rc;
     }
-    sqlite3_file_control(conn, "main", kPurgeFileControl, nullptr);
+    sqlite3_file_control(conn.get(), "main", kPurgeFileControl, nullptr);
     return 0;
 }
 
@@ -53,21 +53,22 @@ bool needs_recovery(const sql_error &err) {
 
 }  // namespace
 
-int tallyd_delete_by_time(const char *table, uint32_t cut, sqlite3 *conn, uint32_t mask) {
+int tallyd_delete_by_time(const char *table, uint32_t cut, sql_conn &conn, uint32_t mask) {
     if (!table) return -1;
     unsigned long now = tallyd_now();
     sql_error err;
     // A failed statement leaves the transaction open: nothing rolls back.
-    if (sql_exec_log_msg(conn, "BEGIN TRANSACTION", "tallyd, delete record BEGIN,  aErrMsg = %s\n",
-                         &err) == SQLITE_OK) {
+    if (sql_exec_log_msg(conn.get(), "BEGIN TRANSACTION",
+                         "tallyd, delete record BEGIN,  aErrMsg = %s\n", &err) == SQLITE_OK) {
         char sql[128];
         if (cut != 0)
             std::snprintf(sql, sizeof sql, kDeleteTimed, table, static_cast<unsigned long>(cut),
                           now);
         else
             std::snprintf(sql, sizeof sql, kDeleteAll, table);
-        if (sql_exec_log(conn, sql, "tallyd, value = %s, aErrMsg = %s\n", &err) == SQLITE_OK &&
-            sql_exec_log_msg(conn, "COMMIT TRANSACTION",
+        if (sql_exec_log(conn.get(), sql, "tallyd, value = %s, aErrMsg = %s\n", &err) ==
+                SQLITE_OK &&
+            sql_exec_log_msg(conn.get(), "COMMIT TRANSACTION",
                              "tallyd, delete record COMMIT, aErrMsg = %s\n", &err) == SQLITE_OK)
             return 0;
     }
@@ -75,31 +76,31 @@ int tallyd_delete_by_time(const char *table, uint32_t cut, sqlite3 *conn, uint32
     return -1;
 }
 
-int tallyd_purge_client_curve(uint32_t cut, sqlite3 *db) {
+int tallyd_purge_client_curve(uint32_t cut, sql_conn &db) {
     return purge_group(kClientCurve, cut, db, kMaskNone);
 }
 
-int tallyd_purge_hour(uint32_t cut, sqlite3 *db) {
+int tallyd_purge_hour(uint32_t cut, sql_conn &db) {
     return purge_group(kHour, cut, db, kMaskNone);
 }
 
-int tallyd_purge_day(uint32_t cut, sqlite3 *db) {
+int tallyd_purge_day(uint32_t cut, sql_conn &db) {
     return purge_group(kDay, cut, db, kMaskNone);
 }
 
-int tallyd_purge_week(uint32_t cut, sqlite3 *db_flash) {
+int tallyd_purge_week(uint32_t cut, sql_conn &db_flash) {
     return purge_group(kWeek, cut, db_flash, kMaskDb);
 }
 
-int tallyd_purge_month(uint32_t cut, sqlite3 *db_flash) {
+int tallyd_purge_month(uint32_t cut, sql_conn &db_flash) {
     return purge_group(kMonth, cut, db_flash, kMaskDb);
 }
 
-int tallyd_purge_backup(uint32_t cut, sqlite3 *backup_hour_db) {
+int tallyd_purge_backup(uint32_t cut, sql_conn &backup_hour_db) {
     return purge_group(kBackup, cut, backup_hour_db, kMaskNone);
 }
 
-int tallyd_purge_statistic(uint32_t cut, sqlite3 *statistic_db, int32_t period) {
+int tallyd_purge_statistic(uint32_t cut, sql_conn &statistic_db, int32_t period) {
     if (period == 7200) return purge_group(kStatisHourly, cut, statistic_db, kMaskNone);
     if (period == 86400) return purge_group(kStatisDaily, cut, statistic_db, kMaskNone);
     return -1;

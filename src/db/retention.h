@@ -8,21 +8,21 @@
 // leaves its transaction open.
 #pragma once
 
-#include <sqlite3.h>
-
 #include <cstdint>
 
-int tallyd_delete_by_time(const char *table, uint32_t cut, sqlite3 *conn, uint32_t mask);
+#include "db/sql.h"
 
-// Purge groups on their own connection (null connection: -1).
-int tallyd_purge_client_curve(uint32_t cut, sqlite3 *db);  // avp_curve_client, avp_app_client_hour
-int tallyd_purge_hour(uint32_t cut, sqlite3 *db);  // avp_top_client_hour, ..._ssid, ..._group
-int tallyd_purge_day(uint32_t cut, sqlite3 *db);   // avp_ap_day, avp_ssid_day, ..._client_day
-int tallyd_purge_week(uint32_t cut, sqlite3 *db_flash);
-int tallyd_purge_month(uint32_t cut, sqlite3 *db_flash);
-int tallyd_purge_backup(uint32_t cut, sqlite3 *backup_hour_db);
+int tallyd_delete_by_time(const char *table, uint32_t cut, sql_conn &conn, uint32_t mask);
+
+// Purge groups on their own connection (closed connection: -1).
+int tallyd_purge_client_curve(uint32_t cut, sql_conn &db);  // avp_curve_client, avp_app_client_hour
+int tallyd_purge_hour(uint32_t cut, sql_conn &db);  // avp_top_client_hour, ..._ssid, ..._group
+int tallyd_purge_day(uint32_t cut, sql_conn &db);   // avp_ap_day, avp_ssid_day, ..._client_day
+int tallyd_purge_week(uint32_t cut, sql_conn &db_flash);
+int tallyd_purge_month(uint32_t cut, sql_conn &db_flash);
+int tallyd_purge_backup(uint32_t cut, sql_conn &backup_hour_db);
 // period 7200: hourly statistic tables; 86400: daily ones; anything else -1.
-int tallyd_purge_statistic(uint32_t cut, sqlite3 *statistic_db, int32_t period);
+int tallyd_purge_statistic(uint32_t cut, sql_conn &statistic_db, int32_t period);
 
 // Size check: kind 1 trims db against db_max_size, kind 4 db_flash against
 // db_flash_max_size; other kinds return 0 at once. path is the file to stat.

@@ -201,32 +201,32 @@ constexpr const char *kStatisticTables[] = {
 constexpr const char *kCreateFailed = "tallyd, sql = %s, aErrMsg = %s\n";
 
 // Runs the statements in order; the first failure is logged and ends the run.
-int create_all(sqlite3 *conn, std::span<const char *const> statements) {
+int create_all(sql_conn &conn, std::span<const char *const> statements) {
     if (!conn) return -1;
     for (const char *sql : statements)
-        if (sql_exec_log(conn, sql, kCreateFailed) != SQLITE_OK) return -1;
+        if (sql_exec_log(conn.get(), sql, kCreateFailed) != SQLITE_OK) return -1;
     return 0;
 }
 
 }  // namespace
 
-int tallyd_create_main_tables(sqlite3 *db) {
+int tallyd_create_main_tables(sql_conn &db) {
     return create_all(db, kMainTables);
 }
 
-int tallyd_create_flash_tables(sqlite3 *db_flash) {
+int tallyd_create_flash_tables(sql_conn &db_flash) {
     return create_all(db_flash, kFlashTables);
 }
 
-int tallyd_create_temp_tables(sqlite3 *temp_db) {
+int tallyd_create_temp_tables(sql_conn &temp_db) {
     return create_all(temp_db, kTempTables);
 }
 
-int tallyd_create_backup_tables(sqlite3 *backup_hour_db) {
+int tallyd_create_backup_tables(sql_conn &backup_hour_db) {
     return create_all(backup_hour_db, kBackupTables);
 }
 
-int tallyd_create_statis_ap_wlan(sqlite3 *statistic_db) {
+int tallyd_create_statis_ap_wlan(sql_conn &statistic_db) {
     const char *const statements[] = {kStatisApWlan, kStatisApWlanIdx};
     if (create_all(statistic_db, statements) != 0) return -1;
     // A new table starts with the WLANs the configuration already gives
@@ -235,12 +235,12 @@ int tallyd_create_statis_ap_wlan(sqlite3 *statistic_db) {
     return 0;
 }
 
-int tallyd_create_statis_ap_chart(sqlite3 *statistic_db) {
+int tallyd_create_statis_ap_chart(sql_conn &statistic_db) {
     const char *const statements[] = {kStatisApChart, kStatisApChartIdx};
     return create_all(statistic_db, statements);
 }
 
-int tallyd_create_statistic_tables(sqlite3 *statistic_db) {
+int tallyd_create_statistic_tables(sql_conn &statistic_db) {
     if (create_all(statistic_db, kStatisticTables) != 0) return -1;
     if (tallyd_create_statis_ap_wlan(statistic_db) != 0) return -1;
     return tallyd_create_statis_ap_chart(statistic_db);

@@ -21,14 +21,6 @@ void take_error(int rc, char *msg, sqlite3 *db, sql_error *err) {
     sqlite3_free(msg);
 }
 
-// Statement cache, per connection. A plain map is enough: the daemon holds a
-// handful of connections and a few dozen statements.
-using stmt_map = std::unordered_map<const char *, std::unique_ptr<sql_stmt>>;
-std::unordered_map<sqlite3 *, stmt_map> &cache() {
-    static std::unordered_map<sqlite3 *, stmt_map> c;
-    return c;
-}
-
 }  // namespace
 
 bool tallyd_sql_is_malformed(std::string_view err) {
@@ -121,12 +113,21 @@ sql_stmt &sql_stmt::operator=(sql_stmt &&o) noexcept {
     if (this != &o) {
         sqlite3_finalize(s_);
         s_ = o.s_;
+        bind_rc_ = o.bind_rc_;
         o.s_ = nullptr;
     }
     return *this;
 }
 
 int sql_stmt::step(sql_error *err) {
+    if (bind_rc_ != SQLITE_OK) {
+        // A value that could not be bound: the statement would run with a
+        // NULL in its place, so it is not run at all.
+        int rc = bind_rc_;
+        bind_rc_ = SQLITE_OK;
+        if (err) *err = {rc, sqlite3_errstr(rc)};
+        return rc;
+    }
     int rc = sqlite3_step(s_);
     if (rc != SQLITE_ROW && rc != SQLITE_DONE && err) {
         err->rc = rc;
@@ -157,28 +158,43 @@ sql_stmt sql_prepare(sqlite3 *db, const char *sql, sql_error *err) {
     return sql_stmt(s);
 }
 
-sql_stmt *sql_cached(sqlite3 *db, const char *sql, sql_error *err) {
-    if (!db) return nullptr;
-    stmt_map &m = cache()[db];
-    auto it = m.find(sql);
-    if (it != m.end()) return it->second.get();
-    sql_stmt s = sql_prepare(db, sql, err);
+sql_conn::sql_conn(sql_conn &&o) noexcept : db_(o.db_), stmts_(std::move(o.stmts_)) {
+    o.db_ = nullptr;
+    o.stmts_.clear();
+}
+
+sql_conn &sql_conn::operator=(sql_conn &&o) noexcept {
+    if (this != &o) {
+        close();
+        db_ = o.db_;
+        stmts_ = std::move(o.stmts_);
+        o.db_ = nullptr;
+        o.stmts_.clear();
+    }
+    return *this;
+}
+
+sql_stmt *sql_conn::cached(std::string_view sql, sql_error *err) {
+    if (!db_) {
+        if (err) *err = {SQLITE_MISUSE, sqlite3_errstr(SQLITE_MISUSE)};
+        return nullptr;
+    }
+    auto it = stmts_.find(sql);
+    if (it != stmts_.end()) {
+        it->second.reset();
+        return &it->second;
+    }
+    sql_stmt s = sql_prepare(db_, std::string(sql).c_str(), err);
     if (!s) return nullptr;
-    auto owned = std::make_unique<sql_stmt>(std::move(s));
-    sql_stmt *p = owned.get();
-    m.emplace(sql, std::move(owned));
-    return p;
+    return &stmts_.emplace(std::string(sql), std::move(s)).first->second;
 }
 
-void sql_cache_drop(sqlite3 *db) {
-    cache().erase(db);
-}
-
-void sql_close(sqlite3 **db) {
-    if (!db || !*db) return;
-    sql_cache_drop(*db);
-    sqlite3_close_v2(*db);
-    *db = nullptr;
+void sql_conn::close() {
+    // Statements first: a handle closed under live statements would linger
+    // as a zombie until they were finalized.
+    stmts_.clear();
+    if (db_) sqlite3_close_v2(db_);
+    db_ = nullptr;
 }
 
 sql_txn::sql_txn(sqlite3 *db, sql_error *err) : db_(db) {

@@ -14,6 +14,7 @@
 #include <sqlite3.h>
 
 #include <cstdint>
+#include <functional>
 #include <string>
 #include <string_view>
 #include <unordered_map>
@@ -81,12 +82,16 @@ int sql_get_table(sqlite3 *db, const char *sql, sql_table &out, sql_error *err =
 std::string_view sql_literal_value(const char *escaped, char *out, size_t size);
 
 // A prepared statement, finalized on destruction.
+//
+// A bind that SQLite refuses (an index out of range, a text too long) is
+// remembered: the next step or run fails with that code and SQLite's text
+// for it, without running, so a row is never written with a missing value.
 class sql_stmt {
    public:
     sql_stmt() = default;
     explicit sql_stmt(sqlite3_stmt *s) : s_(s) {}
     ~sql_stmt() { sqlite3_finalize(s_); }
-    sql_stmt(sql_stmt &&o) noexcept : s_(o.s_) { o.s_ = nullptr; }
+    sql_stmt(sql_stmt &&o) noexcept : s_(o.s_), bind_rc_(o.bind_rc_) { o.s_ = nullptr; }
     sql_stmt &operator=(sql_stmt &&o) noexcept;
     sql_stmt(const sql_stmt &) = delete;
     sql_stmt &operator=(const sql_stmt &) = delete;
@@ -95,21 +100,21 @@ class sql_stmt {
     explicit operator bool() const { return s_ != nullptr; }
 
     // Binding by 1-based index; texts are copied by SQLite (SQLITE_TRANSIENT).
-    void bind(int i, int64_t v) { sqlite3_bind_int64(s_, i, v); }
+    void bind(int i, int64_t v) { note(sqlite3_bind_int64(s_, i, v)); }
     void bind(int i, std::string_view v) {
-        sqlite3_bind_text(s_, i, v.data(), static_cast<int>(v.size()), SQLITE_TRANSIENT);
+        note(sqlite3_bind_text(s_, i, v.data(), static_cast<int>(v.size()), SQLITE_TRANSIENT));
     }
-    void bind_null(int i) { sqlite3_bind_null(s_, i); }
+    void bind_null(int i) { note(sqlite3_bind_null(s_, i)); }
     // A text the caller keeps unchanged until the statement has run: bound
     // without a copy, for per-row inserts from fixed buffers.
     void bind_static(int i, std::string_view v) {
-        sqlite3_bind_text(s_, i, v.data(), static_cast<int>(v.size()), SQLITE_STATIC);
+        note(sqlite3_bind_text(s_, i, v.data(), static_cast<int>(v.size()), SQLITE_STATIC));
     }
     // A counter as "%llu" puts it into a statement: an integer, or the real
     // number SQLite reads from a decimal literal beyond the signed 64-bit range.
     void bind_u64(int i, uint64_t v) {
         if (v > static_cast<uint64_t>(INT64_MAX))
-            sqlite3_bind_double(s_, i, static_cast<double>(v));
+            note(sqlite3_bind_double(s_, i, static_cast<double>(v)));
         else
             bind(i, static_cast<int64_t>(v));
     }
@@ -117,27 +122,64 @@ class sql_stmt {
     int run(sql_error *err = nullptr);
     // One step: SQLITE_ROW, SQLITE_DONE or an error (err filled on error).
     int step(sql_error *err = nullptr);
+    // Back to the start with every parameter NULL again.
     void reset() {
         sqlite3_reset(s_);
         sqlite3_clear_bindings(s_);
+        bind_rc_ = SQLITE_OK;
     }
 
    private:
+    void note(int rc) {
+        if (bind_rc_ == SQLITE_OK) bind_rc_ = rc;
+    }
+
     sqlite3_stmt *s_ = nullptr;
+    int bind_rc_ = SQLITE_OK;  // the first refused bind since the last reset
 };
 
 // Prepares sql on db; an empty statement on failure (err filled).
 sql_stmt sql_prepare(sqlite3 *db, const char *sql, sql_error *err = nullptr);
 
-// Statements prepared once per connection and kept for the connection's life,
-// keyed by the address of their (static) text. Call sql_cache_drop(db) before
-// closing the connection; sql_close does it.
-sql_stmt *sql_cached(sqlite3 *db, const char *sql, sql_error *err = nullptr);
-void sql_cache_drop(sqlite3 *db);
+// One SQLite connection and the statements prepared on it.
+//
+// The connection owns its handle and every statement cached on it: closing
+// it, replacing it (move-assignment) or destroying it finalises the
+// statements first and then closes the handle, so no statement can outlive
+// the connection it was prepared on. Empty (closed) by default.
+class sql_conn {
+   public:
+    sql_conn() = default;
+    explicit sql_conn(sqlite3 *db) : db_(db) {}
+    ~sql_conn() { close(); }
+    sql_conn(sql_conn &&o) noexcept;
+    sql_conn &operator=(sql_conn &&o) noexcept;
+    sql_conn(const sql_conn &) = delete;
+    sql_conn &operator=(const sql_conn &) = delete;
 
-// Drops the cached statements of db and closes it with sqlite3_close_v2;
-// sets *db to null. A null handle is left alone.
-void sql_close(sqlite3 **db);
+    // Finalises the cached statements, then sqlite3_close_v2. A closed
+    // connection is left alone.
+    void close();
+
+    sqlite3 *get() const { return db_; }
+    explicit operator bool() const { return db_ != nullptr; }
+
+    // The statement of sql (matched by its text), prepared on first use and
+    // kept for the life of the connection, returned reset with every
+    // parameter NULL. Null with err filled when it cannot be prepared or the
+    // connection is closed. The pointer stays valid until the connection is
+    // closed or replaced.
+    sql_stmt *cached(std::string_view sql, sql_error *err = nullptr);
+
+   private:
+    struct text_hash {
+        using is_transparent = void;
+        size_t operator()(std::string_view s) const { return std::hash<std::string_view>{}(s); }
+    };
+
+    sqlite3 *db_ = nullptr;
+    std::unordered_map<std::string, sql_stmt, text_hash, std::equal_to<>> stmts_;
+};
 
 // BEGIN TRANSACTION on construction. commit() runs COMMIT TRANSACTION; a
 // transaction neither committed nor released is rolled back when the object

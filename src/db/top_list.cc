@@ -55,14 +55,14 @@ bool needs_total_clients(uint32_t flag) {
 int open_top_list_db() {
     if (tallyd_db_set.top_list_db) return 0;
     if (tallyd_db_open(tallyd_path(TALLYD_DB_TOP_LIST), SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE,
-                       &tallyd_db_set.top_list_db) == SQLITE_OK)
+                       tallyd_db_set.top_list_db) == SQLITE_OK)
         return 0;
     tallyd_log(LOG_ERR, "tallyd, Failed to open avp_top_list db\n");
     return -1;
 }
 
 int create_logged(const char *sql) {
-    if (sql_exec(tallyd_db_set.top_list_db, sql) == SQLITE_OK) return 0;
+    if (sql_exec(tallyd_db_set.top_list_db.get(), sql) == SQLITE_OK) return 0;
     tallyd_log(LOG_ERR, "tallyd, Failed to create table, tab = %s\n", sql);
     return -1;
 }
@@ -70,7 +70,7 @@ int create_logged(const char *sql) {
 int drop(const char *table) {
     char sql[128];
     std::snprintf(sql, sizeof sql, "DROP TABLE %s", table);
-    return sql_exec(tallyd_db_set.top_list_db, sql) == SQLITE_OK ? 0 : -1;
+    return sql_exec(tallyd_db_set.top_list_db.get(), sql) == SQLITE_OK ? 0 : -1;
 }
 
 }  // namespace

@@ -40,7 +40,7 @@ void tallyd_set_sta_hostname(const char *mac, const char *name) {
     if (reset) tallyd_log(LOG_NOTICE, "tallyd, set default host name");
 
     sql_error err;
-    sql_stmt st = sql_prepare(tallyd_db_set.statistic_db, kSetHostSql, &err);
+    sql_stmt st = sql_prepare(tallyd_db_set.statistic_db.get(), kSetHostSql, &err);
     if (st) {
         st.bind(1, int64_t{now});
         st.bind(2, std::string_view(stored));

@@ -52,7 +52,7 @@ int32_t radio_wlan_group(xnode *radio, int32_t &ng, int32_t &na) {
     return *mine;
 }
 
-void seed_group(sqlite3 *statistic_db, xnode *apgroup, xnode *wlangroup_list,
+void seed_group(sql_conn &statistic_db, xnode *apgroup, xnode *wlangroup_list,
                 tallyd_wlan_set &set) {
     int32_t apgrp_id = xGetAttrInt(apgroup, "id", 0);
     xnode *property = xGetChild(apgroup, "ap-property");
@@ -82,14 +82,14 @@ void tallyd_fill_wlan_set(xnode *wlangroup_list, int32_t wlangrp_id, tallyd_wlan
     }
 }
 
-int tallyd_insert_ap_wlan_rows(sqlite3 *statistic_db, int32_t ap_id, int32_t apgrp_id,
+int tallyd_insert_ap_wlan_rows(sql_conn &statistic_db, int32_t ap_id, int32_t apgrp_id,
                                const tallyd_wlan_set &set, int32_t wlangrp_id) {
     if (apgrp_id == 0) return 0;
     sql_error err;
     sql_stmt *stmt = nullptr;
     for (int32_t w = 1; w <= TALLYD_WLAN_MAX; ++w) {
         if (!set[static_cast<size_t>(w - 1)]) continue;
-        if (!stmt && !(stmt = sql_cached(statistic_db, kInsertRow, &err))) {
+        if (!stmt && !(stmt = statistic_db.cached(kInsertRow, &err))) {
             log_insert_failure(ap_id, w, apgrp_id, wlangrp_id, err);
             return -1;
         }
@@ -106,13 +106,13 @@ int tallyd_insert_ap_wlan_rows(sqlite3 *statistic_db, int32_t ap_id, int32_t apg
     return 0;
 }
 
-void tallyd_get_wlan_from_apgrp(sqlite3 *statistic_db) {
+void tallyd_get_wlan_from_apgrp(sql_conn &statistic_db) {
     xconf_ptr apgroups(xGetConfImpl(kCaller, __LINE__, "apgroup-list", 0));
     xconf_ptr wlangroups(xGetConfImpl(kCaller, __LINE__, "wlangroup-list", 0));
     if (!apgroups || !wlangroups) return;
     // One transaction for the whole seeding; a failed insert still keeps the
     // rows before it, as separate statements would.
-    sql_txn txn(statistic_db);
+    sql_txn txn(statistic_db.get());
     tallyd_wlan_set set;
     for (xnode *g = xGetFirstChild(apgroups.get()); g; g = xGetNextSibling(g))
         seed_group(statistic_db, g, wlangroups.get(), set);

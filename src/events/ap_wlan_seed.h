@@ -8,11 +8,10 @@
 // set and the row inserter are shared with the WLAN-tracking event handlers.
 #pragma once
 
-#include <sqlite3.h>
-
 #include <array>
 #include <cstdint>
 
+#include "db/sql.h"
 #include "platform/xrepo.h"
 
 // WLAN ids 1..2047 are representable; the flag of WLAN w is at w - 1.
@@ -28,10 +27,10 @@ void tallyd_fill_wlan_set(xnode *wlangroup_list, int32_t wlangrp_id, tallyd_wlan
 // Inserts one current row (time 0) per WLAN in set into statis_ap_wlan.
 // Nothing when apgrp_id is 0. The first failure is logged as
 // "tallyd, value = %s, aErrMsg = %s\n" and ends the inserts. 0 or -1.
-int tallyd_insert_ap_wlan_rows(sqlite3 *statistic_db, int32_t ap_id, int32_t apgrp_id,
+int tallyd_insert_ap_wlan_rows(sql_conn &statistic_db, int32_t ap_id, int32_t apgrp_id,
                                const tallyd_wlan_set &set, int32_t wlangrp_id);
 
 // Seeds group-level rows (ap_id 0) for the 11ng and 11na radios of every AP
 // group; a group whose two radio types use the same WLAN group gets its rows
 // once. Does nothing when either list is absent.
-void tallyd_get_wlan_from_apgrp(sqlite3 *statistic_db);
+void tallyd_get_wlan_from_apgrp(sql_conn &statistic_db);

@@ -85,7 +85,7 @@ struct client_key {
 // One run: the target, its time, and the last SQLite failure seen.
 class client_run {
    public:
-    client_run(sqlite3 *conn, const char *table, uint32_t now)
+    client_run(sql_conn &conn, const char *table, uint32_t now)
         : conn_(conn), table_(table), now_(now) {}
 
     void row(const sql_table &rows, int r);
@@ -107,7 +107,7 @@ class client_run {
         return *slot;
     }
 
-    sqlite3 *conn_;
+    sql_conn &conn_;
     const char *table_;
     uint32_t now_;
     client_key key_;
@@ -193,7 +193,7 @@ void client_run::update() {
 }  // namespace
 
 int tallyd_pre_handle_client_statis_info(int32_t mode, const char *src_table, const char *dst_table,
-                                         sqlite3 *conn, uint32_t now) {
+                                         sql_conn &conn, uint32_t now) {
     if (mode != 1 || !conn) return 0;
     char select[1024];
     std::snprintf(select, sizeof(select), kSelect, src_table,
@@ -201,13 +201,13 @@ int tallyd_pre_handle_client_statis_info(int32_t mode, const char *src_table, co
     client_run run(conn, dst_table, now);
     sql_error err;
     sql_table rows;
-    if (sql_get_table(conn, select, rows, &err) != SQLITE_OK) {
+    if (sql_get_table(conn.get(), select, rows, &err) != SQLITE_OK) {
         tallyd_log(LOG_ERR, kValueFail, select, err.text.c_str());
         run.note(err);
     } else {
-        sql_exec(conn, "BEGIN TRANSACTION");
+        sql_exec(conn.get(), "BEGIN TRANSACTION");
         for (int r = 0; r < rows.rows() && rows.at(r, kActive); ++r) run.row(rows, r);
-        if (sql_exec(conn, "COMMIT TRANSACTION", &err) != SQLITE_OK) {
+        if (sql_exec(conn.get(), "COMMIT TRANSACTION", &err) != SQLITE_OK) {
             tallyd_log(LOG_ERR, "tallyd, client_statis_info commit failed\n");
             run.note(err);
         }

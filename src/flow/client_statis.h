@@ -7,13 +7,13 @@
 // run are one transaction.
 #pragma once
 
-#include <sqlite3.h>
-
 #include <cstdint>
+
+#include "db/sql.h"
 
 // Only mode 1 works; any other mode returns 0 at once. Returns -1 after
 // "database disk image is malformed" (statistic_db is then rebuilt, mask 16),
 // else 0. Failures are logged as "tallyd, value = %s, aErrMsg = %s\n" with the
 // statement as the device prints it.
 int tallyd_pre_handle_client_statis_info(int32_t mode, const char *src_table, const char *dst_table,
-                                         sqlite3 *conn, uint32_t now);
+                                         sql_conn &conn, uint32_t now);

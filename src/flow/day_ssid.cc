@@ -50,8 +50,8 @@ struct ssid_run {
     const char *dst_table;
     uint32_t start;
     uint32_t stamp;
-    sqlite3 *src;
-    sqlite3 *dst;
+    sql_conn &src;
+    sql_conn &dst;
     int32_t limit;
     sql_stmt *insert = nullptr;
     bool malformed = false;
@@ -92,7 +92,7 @@ void roll_up_ssid(ssid_run &run, int32_t ssid) {
                       lu(run.stamp), run.limit);
     sql_error err;
     sql_table rows;
-    if (sql_get_table(run.src, sql, rows, &err) != SQLITE_OK) {
+    if (sql_get_table(run.src.get(), sql, rows, &err) != SQLITE_OK) {
         run.failed("tallyd, SELECT avp-ssid aErrMsg = %s\n", err);
         return;
     }
@@ -108,7 +108,7 @@ void roll_up_ssids(ssid_run &run) {
         std::snprintf(sql, sizeof(sql), kSsidsRange, run.src_table, lu(run.start), lu(run.stamp));
     sql_error err;
     sql_table ssids;
-    if (sql_get_table(run.src, sql, ssids, &err) != SQLITE_OK) {
+    if (sql_get_table(run.src.get(), sql, ssids, &err) != SQLITE_OK) {
         run.failed("tallyd, DISTINCT ssid aErrMsg = %s\n", err);
         return;
     }
@@ -118,14 +118,14 @@ void roll_up_ssids(ssid_run &run) {
 
 }  // namespace
 
-int32_t tallyd_get_attr_count(sqlite3 *conn, const char *table, const char *column,
+int32_t tallyd_get_attr_count(sql_conn &conn, const char *table, const char *column,
                               uint32_t since) {
     if (!conn || !table || !column) return 0;
     char sql[256];
     std::snprintf(sql, sizeof(sql), kCount, column, table, lu(since));
     sql_error err;
     sql_table rows;
-    if (sql_get_table(conn, sql, rows, &err) != SQLITE_OK) {
+    if (sql_get_table(conn.get(), sql, rows, &err) != SQLITE_OK) {
         tallyd_log(LOG_ERR, "tallyd, value = %s, aErrMsg = %s\n", sql, err.text.c_str());
         return 0;
     }
@@ -133,7 +133,7 @@ int32_t tallyd_get_attr_count(sqlite3 *conn, const char *table, const char *colu
 }
 
 int tallyd_pre_handle_avp_ssid(int32_t mode, const char *src_table, const char *dst_table,
-                               uint32_t stamp, sqlite3 *src, sqlite3 *dst) {
+                               uint32_t stamp, sql_conn &src, sql_conn &dst) {
     const ssid_mode m = mode_of(mode);
     const uint32_t start = stamp - m.span;
     const int32_t count = tallyd_get_attr_count(src, src_table, "ssid", start);
@@ -141,10 +141,10 @@ int tallyd_pre_handle_avp_ssid(int32_t mode, const char *src_table, const char *
     const int32_t budget = rollup_class_limit(16000, 32000, 3200, 800);
     ssid_run run{mode, src_table, dst_table, start, stamp, src, dst, budget / count};
 
-    sql_exec(dst, "BEGIN TRANSACTION");
+    sql_exec(dst.get(), "BEGIN TRANSACTION");
     roll_up_ssids(run);
     sql_error err;
-    if (sql_exec(dst, "COMMIT TRANSACTION", &err) != SQLITE_OK)
+    if (sql_exec(dst.get(), "COMMIT TRANSACTION", &err) != SQLITE_OK)
         run.failed("tallyd, avp_ssid commit aErrMsg = %s\n", err);
     return rollup_result(run.malformed, m.mask);
 }

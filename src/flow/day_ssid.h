@@ -11,16 +11,17 @@
 // and month spans.
 #pragma once
 
-#include <sqlite3.h>
-
 #include <cstdint>
+
+#include "db/sql.h"
 
 // -1 only after "database disk image is malformed" (the rebuild of the
 // mode's mask has been started: 33, 34, 6 or 8); 0 otherwise, also when the
 // source holds no SSID in the range (nothing is written then).
 int tallyd_pre_handle_avp_ssid(int32_t mode, const char *src_table, const char *dst_table,
-                               uint32_t stamp, sqlite3 *src, sqlite3 *dst);
+                               uint32_t stamp, sql_conn &src, sql_conn &dst);
 
 // Number of distinct values of column in table among the rows with
 // time >= since; 0 on a null handle or a failed query (logged).
-int32_t tallyd_get_attr_count(sqlite3 *conn, const char *table, const char *column, uint32_t since);
+int32_t tallyd_get_attr_count(sql_conn &conn, const char *table, const char *column,
+                              uint32_t since);

@@ -73,7 +73,7 @@ uint32_t top_client_mask(int32_t mode) {
 }  // namespace
 
 int tallyd_pre_handle_avp_app_all(int32_t, const char *src_table, const char *dst_table,
-                                  uint32_t stamp, sqlite3 *src, sqlite3 *dst) {
+                                  uint32_t stamp, sql_conn &src, sql_conn &dst) {
     char select[256];
     std::snprintf(select, sizeof(select), kAppAllSelect, src_table,
                   rollup_class_limit(4000, 8000, 2000, 800));
@@ -89,7 +89,7 @@ int tallyd_pre_handle_avp_app_all(int32_t, const char *src_table, const char *ds
 }
 
 int tallyd_pre_handle_avp_ap_ssid(int32_t mode, const char *src_table, const char *dst_table,
-                                  uint32_t stamp, sqlite3 *src, sqlite3 *dst) {
+                                  uint32_t stamp, sql_conn &src, sql_conn &dst) {
     const int32_t limit = rollup_class_limit(40000, 80000, 12000, 2000);
     char select[512];
     if (mode == TALLYD_MODE_HOUR)
@@ -113,7 +113,7 @@ int tallyd_pre_handle_avp_ap_ssid(int32_t mode, const char *src_table, const cha
 }
 
 int tallyd_pre_handle_avp_top_client(int32_t mode, const char *src_table, const char *dst_table,
-                                     uint32_t stamp, sqlite3 *src, sqlite3 *dst) {
+                                     uint32_t stamp, sql_conn &src, sql_conn &dst) {
     const int32_t limit = rollup_class_limit(4000, 6000, 2000, 500);
     char select[512];
     if (mode == TALLYD_MODE_HOUR || mode == TALLYD_MODE_DAY)

@@ -13,9 +13,9 @@
 // other failure is logged and returns 0.
 #pragma once
 
-#include <sqlite3.h>
-
 #include <cstdint>
+
+#include "db/sql.h"
 
 // Rollup modes.
 inline constexpr int32_t TALLYD_MODE_HOUR = 0;    // avp_base into the hour tables
@@ -27,16 +27,16 @@ inline constexpr int32_t TALLYD_MODE_BACKUP = 4;  // last hour of the hour table
 // Rows per application and AP group, the largest by uplink + downlink. The
 // mode is ignored. Recovery mask 65.
 int tallyd_pre_handle_avp_app_all(int32_t mode, const char *src_table, const char *dst_table,
-                                  uint32_t stamp, sqlite3 *src, sqlite3 *dst);
+                                  uint32_t stamp, sql_conn &src, sql_conn &dst);
 
 // Rows per application, AP, SSID and group. Mode 0 keeps the first L groups
 // in SQLite's grouping order; other modes the largest 2 L of the range.
 // Uplink and downlink are stored modulo 2^32. Recovery mask 65.
 int tallyd_pre_handle_avp_ap_ssid(int32_t mode, const char *src_table, const char *dst_table,
-                                  uint32_t stamp, sqlite3 *src, sqlite3 *dst);
+                                  uint32_t stamp, sql_conn &src, sql_conn &dst);
 
 // Rows per client and AP, the largest by total; rows of total 0 are skipped.
 // Mode 0 turns the colon MAC form into the 12-character form. Recovery mask
 // 65 in mode 0, 34 in mode 1, 33 in mode 4 (and the modes without a caller).
 int tallyd_pre_handle_avp_top_client(int32_t mode, const char *src_table, const char *dst_table,
-                                     uint32_t stamp, sqlite3 *src, sqlite3 *dst);
+                                     uint32_t stamp, sql_conn &src, sql_conn &dst);

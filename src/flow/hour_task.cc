@@ -23,7 +23,7 @@ constexpr int32_t kStampDrift = 61;
 
 // Runs one rollup of avp_base into its hour table; false (after logging
 // which) when it failed.
-using rollup_fn = int (*)(int32_t, const char *, const char *, uint32_t, sqlite3 *, sqlite3 *);
+using rollup_fn = int (*)(int32_t, const char *, const char *, uint32_t, sql_conn &, sql_conn &);
 bool roll_up(rollup_fn fn, const char *table, const char *failed) {
     if (fn(TALLYD_MODE_HOUR, "avp_base", table, tallyd_sys_info.hour_stamp, tallyd_db_set.temp_db,
            tallyd_db_set.db) == 0)

@@ -129,7 +129,7 @@ void clear_spool(const std::string &dir) {
 }
 
 void commit_run() {
-    sqlite3 *temp_db = tallyd_db_set.temp_db;
+    sqlite3 *temp_db = tallyd_db_set.temp_db.get();
     sql_error err;
     tallyd_dict_flush();  // the run's new AP and SSID ids before the rows naming them
     if (sql_exec(temp_db, "COMMIT TRANSACTION", &err) == SQLITE_OK) return;
@@ -150,7 +150,7 @@ int tallyd_handle_flow_clocked(uint32_t run_time, flow_clock_fn clock) {
         return 0;
     }
 
-    sql_exec(tallyd_db_set.temp_db, "BEGIN TRANSACTION");
+    sql_exec(tallyd_db_set.temp_db.get(), "BEGIN TRANSACTION");
     {
         flow_sql sql;
         while (dirent *e = readdir(d.get())) {

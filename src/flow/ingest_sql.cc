@@ -34,44 +34,36 @@ void log_insert_failure(const flow_row &r, const char *err) {
 
 }  // namespace
 
-sql_stmt *flow_stmt::get(sqlite3 *db, const char *sql) {
-    if (!stmt || conn != db) {
-        stmt = sql_prepare(db, sql, &err);
-        conn = db;
-    }
-    return stmt ? &stmt : nullptr;
-}
-
 flow_sql::~flow_sql() {
     end_read();
 }
 
 // Opens the run's read transaction on db unless one is open already: this
 // run's own, or one another task left open, which is not ours to end.
-void flow_sql::begin_read(sqlite3 *db) {
-    if (!db || db == read_txn_ || !sqlite3_get_autocommit(db)) return;
-    if (sql_exec(db, "BEGIN TRANSACTION") == SQLITE_OK) read_txn_ = db;
+void flow_sql::begin_read() {
+    sqlite3 *db = tallyd_db_set.db.get();
+    if (!db || reading_ || !sqlite3_get_autocommit(db)) return;
+    if (sql_exec(db, "BEGIN TRANSACTION") == SQLITE_OK) reading_ = true;
 }
 
 void flow_sql::end_read() {
-    sqlite3 *db = read_txn_;
-    read_txn_ = nullptr;
-    if (db && db == tallyd_db_set.db && !sqlite3_get_autocommit(db))
-        sql_exec(db, "COMMIT TRANSACTION");
+    sqlite3 *db = tallyd_db_set.db.get();
+    if (reading_ && db && !sqlite3_get_autocommit(db)) sql_exec(db, "COMMIT TRANSACTION");
+    reading_ = false;
 }
 
 int32_t flow_sql::group_id(const char *file_name) {
     char ap_mac[18];
     std::snprintf(ap_mac, sizeof ap_mac, "%.17s", file_name);
 
-    sqlite3 *db = tallyd_db_set.db;
-    begin_read(db);
-    sql_stmt *s = group_.get(db, kGroupSql);
+    begin_read();
+    sql_error err;
+    sql_stmt *s = tallyd_db_set.db.cached(kGroupSql, &err);
     int rc = SQLITE_ERROR;
     int32_t group = 1;
     if (s) {
         s->bind_static(1, ap_mac);
-        rc = s->step(&group_.err);
+        rc = s->step(&err);
         if (rc == SQLITE_ROW) {
             // The device reads the value as text and converts it with atoi.
             auto text = reinterpret_cast<const char *>(sqlite3_column_text(s->get(), 0));
@@ -83,19 +75,19 @@ int32_t flow_sql::group_id(const char *file_name) {
 
     char sql[256];
     std::snprintf(sql, sizeof sql, kGroupFmt, ap_mac);
-    tallyd_log(LOG_ERR, kValueErr, sql, group_.err.text.c_str());
-    if (group_.err.malformed()) {
+    tallyd_log(LOG_ERR, kValueErr, sql, err.text.c_str());
+    if (err.malformed()) {
         // The rebuild closes db, and with it the read transaction.
         end_read();
-        group_.drop();
         tallyd_recover_from_malformed(1);
     }
     return 1;
 }
 
 int flow_sql::insert(const flow_row &r) {
-    sql_stmt *s = insert_.get(tallyd_db_set.temp_db, kInsertSql);
-    if (s) {
+    sql_error err;
+    if (!insert_) insert_ = tallyd_db_set.temp_db.cached(kInsertSql, &err);
+    if (sql_stmt *s = insert_) {
         s->bind(1, static_cast<int64_t>(r.time));
         s->bind_static(2, sql_literal_value(r.app, app_, sizeof app_));
         // "%d" of the 32-bit port: a value above 2^31 - 1 is stored negative.
@@ -108,11 +100,11 @@ int flow_sql::insert(const flow_row &r) {
         s->bind_u64(9, r.total);
         s->bind_static(10, sql_literal_value(r.category, category_, sizeof category_));
         s->bind(11, r.group_id);
-        if (s->run(&insert_.err) == SQLITE_OK) return 0;
+        if (s->run(&err) == SQLITE_OK) return 0;
     }
-    log_insert_failure(r, insert_.err.text.c_str());
-    if (insert_.err.malformed()) {
-        insert_.drop();
+    log_insert_failure(r, err.text.c_str());
+    if (err.malformed()) {
+        insert_ = nullptr;
         tallyd_create_avp_temp_db(&tallyd_db_set);
     }
     return -1;

@@ -1,9 +1,9 @@
 // The SQL of one flow run: the AP group lookup in db and the avp_base insert
 // into temp_db.
 //
-// Each statement is prepared once per run on first use and reused with bound
-// values for every file and entry of the run; it is dropped before the
-// database under it is rebuilt and prepared again on the new connection.
+// Both statements are cached on their connections (db and temp_db) and run
+// with bound values for every file and entry; a rebuilt database prepares
+// them again on its new connection.
 // The group lookups of a run share one read transaction on db (one shared
 // lock rather than one per file), ended when the run's flow_sql goes away;
 // nothing writes db while a flow run is under way.
@@ -11,8 +11,6 @@
 // (integers for numbers, texts for quoted values); failure logs show those
 // formatted statements.
 #pragma once
-
-#include <sqlite3.h>
 
 #include <cstdint>
 
@@ -34,21 +32,6 @@ struct flow_row {
     int32_t group_id;
 };
 
-// A statement prepared on demand for whichever connection is current.
-struct flow_stmt {
-    sqlite3 *conn = nullptr;
-    sql_stmt stmt;
-    sql_error err;
-
-    // The statement on db, prepared when missing or made for another
-    // connection; null when preparing fails (err holds SQLite's message).
-    sql_stmt *get(sqlite3 *db, const char *sql);
-    void drop() {
-        stmt = sql_stmt();
-        conn = nullptr;
-    }
-};
-
 class flow_sql {
    public:
     flow_sql() = default;
@@ -68,13 +51,15 @@ class flow_sql {
     int insert(const flow_row &row);
 
    private:
-    void begin_read(sqlite3 *db);
+    void begin_read();
     void end_read();
 
-    // The db connection on which this run began its read transaction.
-    sqlite3 *read_txn_ = nullptr;
-    flow_stmt group_;
-    flow_stmt insert_;
+    // This run began a read transaction on db that is still open.
+    bool reading_ = false;
+    // The insert cached on temp_db, looked up once per run rather than per
+    // row; forgotten when this run rebuilds temp_db (nothing else replaces
+    // temp_db while a flow run is under way).
+    sql_stmt *insert_ = nullptr;
     // The stored forms of escaped texts (doubled quotes made single again).
     char app_[64];
     char category_[64];

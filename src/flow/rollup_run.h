@@ -9,8 +9,6 @@
 // result is 0.
 #pragma once
 
-#include <sqlite3.h>
-
 #include <cstdint>
 
 #include "base/log.h"
@@ -29,16 +27,16 @@ struct rollup_msgs {
 // table) into table on dst. The walk ends at the first row whose last column
 // is NULL. keep(rows, r) may veto a row; bind(rows, r, stmt) binds it.
 template <class Keep, class Bind>
-int rollup_run(sqlite3 *src, const char *select, sqlite3 *dst, const char *insert_fmt,
+int rollup_run(sql_conn &src, const char *select, sql_conn &dst, const char *insert_fmt,
                const char *table, const rollup_msgs &msgs, uint32_t mask, Keep &&keep,
                Bind &&bind) {
     sql_error err;
     sql_table rows;
-    if (sql_get_table(src, select, rows, &err) != SQLITE_OK) {
+    if (sql_get_table(src.get(), select, rows, &err) != SQLITE_OK) {
         tallyd_log(LOG_ERR, msgs.select_fail, err.text.c_str());
         return rollup_result(err.malformed(), mask);
     }
-    sql_exec(dst, "BEGIN TRANSACTION");
+    sql_exec(dst.get(), "BEGIN TRANSACTION");
     const int last = rows.cols() - 1;
     sql_stmt *insert = nullptr;
     for (int r = 0; r < rows.rows() && rows.at(r, last); ++r) {
@@ -53,7 +51,7 @@ int rollup_run(sqlite3 *src, const char *select, sqlite3 *dst, const char *inser
         tallyd_log(LOG_ERR, msgs.insert_fail, err.text.c_str());
         return rollup_result(err.malformed(), mask);
     }
-    if (sql_exec(dst, "COMMIT TRANSACTION", &err) != SQLITE_OK)
+    if (sql_exec(dst.get(), "COMMIT TRANSACTION", &err) != SQLITE_OK)
         tallyd_log(LOG_ERR, msgs.commit_fail, err.text.c_str());
     return rollup_result(err.malformed(), mask);
 }

@@ -2,8 +2,6 @@
 
 #include <cstdio>
 #include <cstring>
-#include <string>
-#include <unordered_set>
 
 #include "base/log.h"
 #include "db/recover.h"
@@ -15,15 +13,10 @@ int rollup_result(bool malformed, uint32_t mask) {
     return -1;
 }
 
-sql_stmt *rollup_stmt(sqlite3 *conn, const char *fmt, const char *table, sql_error *err) {
-    // The statement cache is keyed by the address of a text that lives as
-    // long as the process; the texts per target table are few, so each is
-    // kept once here. References into an unordered_set survive rehashing.
-    static std::unordered_set<std::string> texts;
+sql_stmt *rollup_stmt(sql_conn &conn, const char *fmt, const char *table, sql_error *err) {
     char buf[1024];
     std::snprintf(buf, sizeof(buf), fmt, table);
-    const std::string &text = *texts.emplace(buf).first;
-    return sql_cached(conn, text.c_str(), err);
+    return conn.cached(buf, err);
 }
 
 bool rollup_quoted::set(const char *text, int32_t size) {

@@ -4,10 +4,8 @@
 // buffers, "%s" between single quotes, "%llu" and "%lu" numbers) but run the
 // per-row ones as prepared statements. These helpers keep the two in step:
 // texts bound as the printed literal would have stored them, and one prepared
-// statement per (statement, table) for each connection.
+// statement per (statement, table), cached on the target connection.
 #pragma once
-
-#include <sqlite3.h>
 
 #include <cstdint>
 #include <string_view>
@@ -23,10 +21,10 @@ inline const char *rollup_text(const char *v) {
 // rebuild of mask is started and the result is -1; else 0.
 int rollup_result(bool malformed, uint32_t mask);
 
-// The cached prepared statement of fmt (a static text with one "%s" for the
-// table) on table, for conn. Null on failure with err filled, as running the
-// statement would have filled it.
-sql_stmt *rollup_stmt(sqlite3 *conn, const char *fmt, const char *table, sql_error *err);
+// The cached prepared statement of fmt (one "%s" for the table) on table, for
+// conn. Null on failure with err filled, as running the statement would have
+// filled it.
+sql_stmt *rollup_stmt(sql_conn &conn, const char *fmt, const char *table, sql_error *err);
 
 // A text as the rollups put it between single quotes: copied into a buffer of
 // `size` bytes (cut at size - 1) and, when it holds a quote, escaped in place

@@ -4,26 +4,22 @@
 #include <string>
 #include <vector>
 
+#include "db/db_files.h"
+
 namespace {
 
 int64_t query_int(sqlite3 *conn, const std::string &sql) {
-    sqlite3_stmt *s = nullptr;
-    int64_t v = -1;
-    if (sqlite3_prepare_v2(conn, sql.c_str(), -1, &s, nullptr) == SQLITE_OK &&
-        sqlite3_step(s) == SQLITE_ROW)
-        v = sqlite3_column_int64(s, 0);
-    sqlite3_finalize(s);
-    return v;
+    sql_stmt s = sql_prepare(conn, sql.c_str());
+    return s && s.step() == SQLITE_ROW ? sqlite3_column_int64(s.get(), 0) : -1;
 }
 
 }  // namespace
 
-bool corrupt_table(sqlite3 **conn, const char *path, const char *table) {
-    int64_t page_size = query_int(*conn, "PRAGMA page_size");
+bool corrupt_table(sql_conn &conn, const char *path, const char *table) {
+    int64_t page_size = query_int(conn.get(), "PRAGMA page_size");
     int64_t root = query_int(
-        *conn, std::string("SELECT rootpage FROM sqlite_master WHERE name='") + table + "'");
-    sqlite3_close_v2(*conn);
-    *conn = nullptr;
+        conn.get(), std::string("SELECT rootpage FROM sqlite_master WHERE name='") + table + "'");
+    conn.close();
 
     bool ok = false;
     if (page_size > 0 && root > 1) {
@@ -34,6 +30,6 @@ bool corrupt_table(sqlite3 **conn, const char *path, const char *table) {
             ok = std::fclose(f) == 0 && ok;
         }
     }
-    sqlite3_open_v2(path, conn, SQLITE_OPEN_READWRITE, nullptr);
+    tallyd_db_open(path, SQLITE_OPEN_READWRITE, conn);
     return ok;
 }

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include "core/schedule.h"
+#include "db/db_files.h"
 #include "db/db_set.h"
 #include "db/sql.h"
 #include "eloop/eloop.h"
@@ -15,22 +16,23 @@ class schedule_test : public root_test {
    protected:
     void SetUp() override {
         root_test::SetUp();
-        ASSERT_EQ(sqlite3_open(":memory:", &conn_), SQLITE_OK);
-        sql_exec(conn_, "CREATE TABLE t(time INTEGER)");
+        ASSERT_EQ(tallyd_db_open(":memory:", SQLITE_OPEN_READWRITE, conn_), SQLITE_OK);
+        sql_exec(conn_.get(), "CREATE TABLE t(time INTEGER)");
     }
     void TearDown() override {
-        sql_close(&conn_);
+        conn_.close();
         root_test::TearDown();
     }
 
     // Replaces the table's rows with one row of the given time text.
     void newest(const std::string &time) {
-        sql_exec(conn_, "DELETE FROM t");
-        sql_exec(conn_, ("INSERT INTO t VALUES(" + time + ")").c_str());
+        sql_exec(conn_.get(), "DELETE FROM t");
+        sql_exec(conn_.get(), ("INSERT INTO t VALUES(" + time + ")").c_str());
     }
     int32_t hour() { return tallyd_get_remanent_time(TALLYD_PERIOD_HOUR, conn_, "t"); }
 
-    sqlite3 *conn_ = nullptr;
+    sql_conn conn_;
+    sql_conn closed_;
 };
 
 TEST_F(schedule_test, HourDelayKeepsThePhaseOfTheNewestRow) {
@@ -74,9 +76,9 @@ TEST_F(schedule_test, NothingStoredOrNothingToAsk) {
     newest("NULL");
     EXPECT_EQ(hour(), 300);
 
-    EXPECT_EQ(tallyd_get_remanent_time(TALLYD_PERIOD_HOUR, nullptr, "t"), -1);
+    EXPECT_EQ(tallyd_get_remanent_time(TALLYD_PERIOD_HOUR, closed_, "t"), -1);
     EXPECT_EQ(tallyd_get_remanent_time(TALLYD_PERIOD_HOUR, conn_, nullptr), -1);
-    EXPECT_EQ(tallyd_get_remanent_time(9, nullptr, "t"), -1);
+    EXPECT_EQ(tallyd_get_remanent_time(9, closed_, "t"), -1);
     EXPECT_EQ(log_count("get remanent"), 0);
 
     EXPECT_EQ(tallyd_get_remanent_time(TALLYD_PERIOD_DAY, conn_, "missing"), 7217);
@@ -92,8 +94,8 @@ TEST_F(schedule_test, TasksWhoseDatabaseIsClosedRunInTheFirstPasses) {
     // No database open: the rollups get a first delay of -1, which is kept and
     // makes them fire at once; each re-arms, except the statistics purge,
     // which ends itself without statistic_db. The flow task waits its 59 s.
-    ASSERT_EQ(tallyd_db_set.db, nullptr);
-    ASSERT_EQ(tallyd_db_set.statistic_db, nullptr);
+    ASSERT_FALSE(tallyd_db_set.db);
+    ASSERT_FALSE(tallyd_db_set.statistic_db);
     eloop_init(nullptr);
     EXPECT_EQ(tallyd_register_eloop_timer(), 0);
     eloop_register_timeout(0, 0, stop_loop, nullptr, nullptr);

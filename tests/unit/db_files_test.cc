@@ -27,15 +27,15 @@ class DbFiles : public db_root_test {
 
     // One row of our own in each restorable database and in db_flash.
     void put_rows() {
-        ASSERT_EQ(SQLITE_OK, sql_exec(tallyd_db_set.db,
+        ASSERT_EQ(SQLITE_OK, sql_exec(tallyd_db_set.db.get(),
                                       "INSERT INTO avp_ap(time, ap_mac, model, group_id) "
                                       "VALUES(0, 'aa:bb:cc:00:00:01', 'X1', 3)"));
-        ASSERT_EQ(SQLITE_OK, sql_exec(tallyd_db_set.backup_hour_db,
+        ASSERT_EQ(SQLITE_OK, sql_exec(tallyd_db_set.backup_hour_db.get(),
                                       "INSERT INTO avp_ap_backup(time, app, port, ap_mac, uplink, "
                                       "downlink) VALUES(0, 'web', 80, 1, 5, 6)"));
-        ASSERT_EQ(SQLITE_OK, sql_exec(tallyd_db_set.statistic_db,
+        ASSERT_EQ(SQLITE_OK, sql_exec(tallyd_db_set.statistic_db.get(),
                                       "INSERT INTO statis_ap_wlan VALUES(0, 4, 5, 6, 7)"));
-        ASSERT_EQ(SQLITE_OK, sql_exec(tallyd_db_set.db_flash,
+        ASSERT_EQ(SQLITE_OK, sql_exec(tallyd_db_set.db_flash.get(),
                                       "INSERT INTO avp_ap_week(time, app, port, ap_mac, uplink, "
                                       "downlink) VALUES(0, 'mail', 25, 2, 1, 1)"));
     }
@@ -94,7 +94,7 @@ TEST_F(DbFiles, UnverifiedCopiesGiveFreshDatabases) {
         // The statistic copy was fine and is used.
         EXPECT_EQ(1, count_rows(tallyd_db_set.statistic_db, "statis_ap_wlan"));
         ASSERT_EQ(SQLITE_OK,
-                  sql_exec(tallyd_db_set.db,
+                  sql_exec(tallyd_db_set.db.get(),
                            "INSERT INTO avp_ap VALUES(0, 'aa:bb:cc:00:00:01', 'X1', 3)"));
     }
 }
@@ -130,13 +130,13 @@ TEST_F(DbFiles, RamFilesOfAnEarlierRunAreUsedAsTheyAre) {
     const std::string old_two_hours = std::to_string(now - 7300);
     const std::string fresh = std::to_string(now - 100);
     ASSERT_EQ(SQLITE_OK,
-              sql_exec(tallyd_db_set.db,
+              sql_exec(tallyd_db_set.db.get(),
                        ("INSERT INTO avp_curve_client VALUES(" + old_hour + ", 'a', 1, 1);" +
                         "INSERT INTO avp_curve_client VALUES(" + fresh + ", 'b', 1, 1);" +
                         "INSERT INTO avp_ap_day(time) VALUES(" + old_hour + ");")
                            .c_str()));
     ASSERT_EQ(SQLITE_OK,
-              sql_exec(tallyd_db_set.statistic_db,
+              sql_exec(tallyd_db_set.statistic_db.get(),
                        ("INSERT INTO statis_client_h(time) VALUES(" + old_two_hours + ");" +
                         "INSERT INTO statis_client_d(time) VALUES(" + old_two_hours + ")")
                            .c_str()));
@@ -158,7 +158,7 @@ TEST_F(DbFiles, CorruptFilesAreRebuiltAndTheOthersKeepTheirData) {
     ASSERT_EQ(0, tallyd_init_avp_db(&tallyd_db_set));
     put_rows();
     for (int i = 0; i < 200; ++i)
-        ASSERT_EQ(SQLITE_OK, sql_exec(tallyd_db_set.statistic_db,
+        ASSERT_EQ(SQLITE_OK, sql_exec(tallyd_db_set.statistic_db.get(),
                                       "INSERT INTO statis_client_d(time, client_mac) VALUES(0, "
                                       "'aa:bb:cc:dd:ee:ff-some-padding-to-fill-pages')"));
     close_all_databases();
@@ -180,11 +180,12 @@ TEST_F(DbFiles, CorruptFilesAreRebuiltAndTheOthersKeepTheirData) {
     EXPECT_EQ(1, count_rows(tallyd_db_set.backup_hour_db, "avp_top_client_backup"));
     sql_error err;
     sql_table t;
-    sql_get_table(tallyd_db_set.statistic_db, "SELECT COUNT(*) FROM statis_client_d", t, &err);
+    sql_get_table(tallyd_db_set.statistic_db.get(), "SELECT COUNT(*) FROM statis_client_d", t,
+                  &err);
     ASSERT_TRUE(err.malformed()) << err.text;
 
     tallyd_recover_from_malformed(TALLYD_RECOVER_STATISTIC);
-    ASSERT_NE(nullptr, tallyd_db_set.statistic_db);
+    ASSERT_TRUE(tallyd_db_set.statistic_db);
     EXPECT_EQ(1, count_rows(tallyd_db_set.statistic_db, "statis_client_d"));
     EXPECT_EQ(1, count_rows(tallyd_db_set.db, "avp_ap"));
     EXPECT_EQ(1, count_rows(tallyd_db_set.db_flash, "avp_ap_week"));
@@ -194,17 +195,18 @@ TEST_F(DbFiles, CorruptFilesAreRebuiltAndTheOthersKeepTheirData) {
 TEST_F(DbFiles, RecoveryRebuildsExactlyTheDatabasesOfTheMask) {
     ASSERT_EQ(0, tallyd_init_avp_db(&tallyd_db_set));
     put_rows();
-    sqlite3 *flash = tallyd_db_set.db_flash;
+    sqlite3 *flash = tallyd_db_set.db_flash.get();
 
     tallyd_recover_from_malformed(0);
     EXPECT_EQ(1, count_rows(tallyd_db_set.db, "avp_ap"));
 
     // Mask 65: db and temp_db; db_flash untouched.
-    ASSERT_EQ(SQLITE_OK, sql_exec(tallyd_db_set.temp_db, "INSERT INTO avp_base(time) VALUES(1)"));
+    ASSERT_EQ(SQLITE_OK,
+              sql_exec(tallyd_db_set.temp_db.get(), "INSERT INTO avp_base(time) VALUES(1)"));
     tallyd_recover_from_malformed(65);
     EXPECT_EQ(0, count_rows(tallyd_db_set.db, "avp_ap"));
     EXPECT_EQ(0, count_rows(tallyd_db_set.temp_db, "avp_base"));
-    EXPECT_EQ(flash, tallyd_db_set.db_flash);
+    EXPECT_EQ(flash, tallyd_db_set.db_flash.get());
     EXPECT_EQ(1, count_rows(tallyd_db_set.db_flash, "avp_ap_week"));
     EXPECT_EQ(1, count_rows(tallyd_db_set.backup_hour_db, "avp_ap_backup"));
     EXPECT_TRUE(logged(LOG_WARNING, "tallyd, recover hour and day tables from malformed\n"));

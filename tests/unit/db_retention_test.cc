@@ -27,13 +27,13 @@ class DbRetention : public db_root_test {
         db_root_test::TearDown();
     }
 
-    static void exec(sqlite3 *conn, const std::string &sql) {
-        ASSERT_EQ(SQLITE_OK, sql_exec(conn, sql.c_str())) << sql;
+    static void exec(sql_conn &conn, const std::string &sql) {
+        ASSERT_EQ(SQLITE_OK, sql_exec(conn.get(), sql.c_str())) << sql;
     }
 
     // n rows of about 1 KB each stamped t; the bulk goes into a column no
     // index holds, so that a row costs the same 1 KB everywhere.
-    static void fill(sqlite3 *conn, const char *table, const char *text_column, uint32_t t,
+    static void fill(sql_conn &conn, const char *table, const char *text_column, uint32_t t,
                      int n = 40) {
         for (int i = 0; i < n; ++i)
             exec(conn, std::string("INSERT INTO ") + table + "(time, " + text_column + ") VALUES(" +
@@ -41,7 +41,7 @@ class DbRetention : public db_root_test {
     }
 
     // Number of rows of table stamped t.
-    static int64_t at(sqlite3 *conn, const char *table, uint32_t t) {
+    static int64_t at(sql_conn &conn, const char *table, uint32_t t) {
         return query_int(conn, std::string("SELECT COUNT(*) FROM ") + table +
                                    " WHERE time=" + std::to_string(t));
     }
@@ -51,7 +51,7 @@ class DbRetention : public db_root_test {
     uint32_t day_slot(int s) const { return now_ - s * 7200 - 3600; }
     uint32_t hour_slot(int s) const { return now_ - s * 300 - 150; }
     void fill_main() {
-        sqlite3 *db = tallyd_db_set.db;
+        sql_conn &db = tallyd_db_set.db;
         exec(db, "BEGIN");
         for (int s = 0; s < 12; ++s) {
             fill(db, "avp_ssid_day", "uplink", day_slot(s));
@@ -69,7 +69,7 @@ class DbRetention : public db_root_test {
 };
 
 TEST_F(DbRetention, TimedDeleteKeepsCurrentRowsAndDropsFutureOnes) {
-    sqlite3 *db = tallyd_db_set.db;
+    sql_conn &db = tallyd_db_set.db;
     const uint32_t cut = now_ - 3600;
     for (uint32_t t : {0u, cut - 1, cut, now_, now_ + 10}) fill(db, "avp_ap", "ap_mac", t, 1);
 
@@ -79,19 +79,20 @@ TEST_F(DbRetention, TimedDeleteKeepsCurrentRowsAndDropsFutureOnes) {
     ASSERT_EQ(0, tallyd_delete_by_time("avp_ap", 0, db, 0));  // cut 0: everything
     EXPECT_EQ(0, count_rows(db, "avp_ap"));
     EXPECT_EQ(-1, tallyd_delete_by_time(nullptr, cut, db, 0));
-    EXPECT_EQ(-1, tallyd_purge_day(cut, nullptr));
+    sql_conn closed;
+    EXPECT_EQ(-1, tallyd_purge_day(cut, closed));
 }
 
 TEST_F(DbRetention, FailedDeleteLeavesItsTransactionOpen) {
-    sqlite3 *db = tallyd_db_set.db;
+    sql_conn &db = tallyd_db_set.db;
     EXPECT_EQ(-1, tallyd_delete_by_time("no_such_table", 0, db, 1));
     EXPECT_TRUE(logged(LOG_ERR,
                        "tallyd, value = DELETE FROM no_such_table, aErrMsg = no such table: "
                        "no_such_table\n"))
         << log_dump();
-    EXPECT_EQ(0, sqlite3_get_autocommit(db));  // no ROLLBACK
+    EXPECT_EQ(0, sqlite3_get_autocommit(db.get()));  // no ROLLBACK
     // Not a malformed database: mask 1 rebuilt nothing.
-    EXPECT_EQ(db, tallyd_db_set.db);
+    EXPECT_EQ(0, log_count("recover"));
     EXPECT_EQ(-1, tallyd_delete_by_time("avp_ap", now_, db, 0));
     EXPECT_EQ(1, log_count("tallyd, delete record BEGIN,  aErrMsg = cannot start a transaction"));
 }
@@ -99,9 +100,7 @@ TEST_F(DbRetention, FailedDeleteLeavesItsTransactionOpen) {
 TEST_F(DbRetention, LockedFlashDatabaseRebuildsTheMainOneAsTheWeekMaskSays) {
     exec(tallyd_db_set.db, "INSERT INTO avp_ap(time) VALUES(0)");
     exec(tallyd_db_set.db_flash, "INSERT INTO avp_ap_week(time) VALUES(1)");
-    sqlite3 *other = nullptr;
-    ASSERT_EQ(SQLITE_OK,
-              sqlite3_open(path("/etc/corvane-images/tallyd/avp_flash.db").c_str(), &other));
+    sql_conn other = open_db(path("/etc/corvane-images/tallyd/avp_flash.db"));
     exec(other, "BEGIN EXCLUSIVE");
 
     // Hour group: mask 0, nothing rebuilt.
@@ -111,11 +110,10 @@ TEST_F(DbRetention, LockedFlashDatabaseRebuildsTheMainOneAsTheWeekMaskSays) {
     EXPECT_EQ(0, count_rows(tallyd_db_set.db, "avp_ap"));  // db was rebuilt, not db_flash
     EXPECT_TRUE(logged(LOG_WARNING, "tallyd, recover hour and day tables from malformed\n"));
     EXPECT_EQ(1, count_rows(tallyd_db_set.backup_hour_db, "avp_ap_backup"));
-    sqlite3_close(other);
 }
 
 TEST_F(DbRetention, StatisticPurgeChoosesItsTablesByPeriod) {
-    sqlite3 *st = tallyd_db_set.statistic_db;
+    sql_conn &st = tallyd_db_set.statistic_db;
     const uint32_t old = now_ - 90000;
     for (const char *table : {"statis_ap_h", "statis_client_h", "statis_ap_d", "statis_ap_wlan"}) {
         fill(st, table, "time", old, 1);
@@ -133,7 +131,8 @@ TEST_F(DbRetention, StatisticPurgeChoosesItsTablesByPeriod) {
     EXPECT_EQ(1, count_rows(st, "statis_ap_d"));
     EXPECT_EQ("0", query_list(st, "SELECT time FROM statis_ap_wlan"));
     EXPECT_EQ(1, count_rows(st, "statis_client_d"));  // the marker is recent
-    EXPECT_EQ(-1, tallyd_purge_statistic(now_, nullptr, 7200));
+    sql_conn closed;
+    EXPECT_EQ(-1, tallyd_purge_statistic(now_, closed, 7200));
 }
 
 TEST_F(DbRetention, OldestDayRowsGoFirstAndOnlyAsFarAsTheLimitNeeds) {
@@ -149,7 +148,7 @@ TEST_F(DbRetention, OldestDayRowsGoFirstAndOnlyAsFarAsTheLimitNeeds) {
     tallyd_sys_info.db_max_size = static_cast<int32_t>(before - 100000);
     ASSERT_EQ(0, tallyd_check_db_size(1, main_path().c_str()));
     EXPECT_LE(main_size(), static_cast<uint32_t>(tallyd_sys_info.db_max_size));
-    sqlite3 *db = tallyd_db_set.db;
+    sql_conn &db = tallyd_db_set.db;
     for (int s = 11; s >= 9; --s) EXPECT_EQ(0, at(db, "avp_ssid_day", day_slot(s))) << s;
     for (int s = 8; s >= 0; --s) EXPECT_EQ(40, at(db, "avp_ssid_day", day_slot(s))) << s;
     EXPECT_EQ(240, count_rows(db, "avp_curve_client"));
@@ -159,7 +158,7 @@ TEST_F(DbRetention, OldestDayRowsGoFirstAndOnlyAsFarAsTheLimitNeeds) {
 TEST_F(DbRetention, HourRowsGoInFiveMinuteStepsOnlyAfterAllDayRows) {
     fill_main();
     // Room for the hour rows but two and a half of their slots (~40 KB each).
-    sqlite3 *db = tallyd_db_set.db;
+    sql_conn &db = tallyd_db_set.db;
     exec(db, "DELETE FROM avp_ssid_day");
     const uint32_t without_day = main_size();
     exec(tallyd_db_set.db, "BEGIN");
@@ -186,7 +185,7 @@ TEST_F(DbRetention, HourRowsGoInFiveMinuteStepsOnlyAfterAllDayRows) {
 }
 
 TEST_F(DbRetention, FlashTrimmingTakesMonthRowsBeforeWeekRows) {
-    sqlite3 *fl = tallyd_db_set.db_flash;
+    sql_conn &fl = tallyd_db_set.db_flash;
     exec(fl, "BEGIN");
     for (int k = 0; k < 4; ++k) fill(fl, "avp_ap_month", "uplink", now_ - k * 604800 - 1000);
     for (int m = 0; m < 7; ++m) fill(fl, "avp_ssid_week", "uplink", now_ - m * 86400 - 1000);

@@ -42,18 +42,19 @@ class DbSave : public db_root_test {
 
 TEST_F(DbSave, SavedWhileOpenAndRestoredAfterAReboot) {
     ASSERT_EQ(0, tallyd_init_avp_db(&tallyd_db_set));
-    ASSERT_EQ(SQLITE_OK, sql_exec(tallyd_db_set.db, "INSERT INTO avp_ap VALUES(0, 'm', 'x', 1)"));
-    ASSERT_EQ(SQLITE_OK, sql_exec(tallyd_db_set.statistic_db,
-                                  "INSERT INTO statis_ap_wlan VALUES(0, 1, 2, 3, 4)"));
     ASSERT_EQ(SQLITE_OK,
-              sql_exec(tallyd_db_set.backup_hour_db, "INSERT INTO avp_ap_backup(time) VALUES(0)"));
+              sql_exec(tallyd_db_set.db.get(), "INSERT INTO avp_ap VALUES(0, 'm', 'x', 1)"));
+    ASSERT_EQ(SQLITE_OK, sql_exec(tallyd_db_set.statistic_db.get(),
+                                  "INSERT INTO statis_ap_wlan VALUES(0, 1, 2, 3, 4)"));
+    ASSERT_EQ(SQLITE_OK, sql_exec(tallyd_db_set.backup_hour_db.get(),
+                                  "INSERT INTO avp_ap_backup(time) VALUES(0)"));
     // A write transaction in flight is not part of the copy.
-    ASSERT_EQ(SQLITE_OK, sql_exec(tallyd_db_set.backup_hour_db,
+    ASSERT_EQ(SQLITE_OK, sql_exec(tallyd_db_set.backup_hour_db.get(),
                                   "BEGIN; INSERT INTO avp_ap_backup(time) VALUES(1)"));
 
     // The handles stay open, as in a running daemon.
     ASSERT_EQ(0, run_save(nullptr, true));
-    ASSERT_EQ(SQLITE_OK, sql_exec(tallyd_db_set.backup_hour_db, "COMMIT"));
+    ASSERT_EQ(SQLITE_OK, sql_exec(tallyd_db_set.backup_hour_db.get(), "COMMIT"));
     for (const char *base : {"avp_1.0", "avp_backup_hour", "statistic"}) {
         EXPECT_TRUE(exists(flash(std::string(base) + ".db"))) << base;
         std::string sum = read_file(flash(std::string(base) + ".md5"));
@@ -82,8 +83,9 @@ TEST_F(DbSave, SavedWhileOpenAndRestoredAfterAReboot) {
 
 TEST_F(DbSave, AFlippedByteInACopyMakesTheNextStartBuildAfresh) {
     ASSERT_EQ(0, tallyd_init_avp_db(&tallyd_db_set));
-    ASSERT_EQ(SQLITE_OK, sql_exec(tallyd_db_set.db, "INSERT INTO avp_ap VALUES(0, 'm', 'x', 1)"));
-    ASSERT_EQ(SQLITE_OK, sql_exec(tallyd_db_set.statistic_db,
+    ASSERT_EQ(SQLITE_OK,
+              sql_exec(tallyd_db_set.db.get(), "INSERT INTO avp_ap VALUES(0, 'm', 'x', 1)"));
+    ASSERT_EQ(SQLITE_OK, sql_exec(tallyd_db_set.statistic_db.get(),
                                   "INSERT INTO statis_ap_wlan VALUES(0, 1, 2, 3, 4)"));
     ASSERT_EQ(0, run_save());
     std::string bytes = read_file(flash("statistic.db"));

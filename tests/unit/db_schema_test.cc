@@ -98,9 +98,9 @@ const std::vector<table_layout> kStatistic = {
 };
 
 // "name TYPE, ..." of a table or "a, b" of an index.
-std::string describe(sqlite3 *conn, const std::string &pragma, bool with_type) {
+std::string describe(sql_conn &conn, const std::string &pragma, bool with_type) {
     sql_table t;
-    EXPECT_EQ(SQLITE_OK, sql_get_table(conn, pragma.c_str(), t)) << pragma;
+    EXPECT_EQ(SQLITE_OK, sql_get_table(conn.get(), pragma.c_str(), t)) << pragma;
     std::string out;
     int name_col = with_type ? 1 : 2;  // table_info: cid,name,type...; index_info: seqno,cid,name
     for (int r = 0; r < t.rows(); ++r) {
@@ -114,8 +114,8 @@ std::string describe(sqlite3 *conn, const std::string &pragma, bool with_type) {
 class DbSchema : public db_root_test {
    protected:
     // Tables and indexes in creation order, with their columns.
-    void expect_layout(sqlite3 *conn, const std::vector<table_layout> &layout) {
-        ASSERT_NE(nullptr, conn);
+    void expect_layout(sql_conn &conn, const std::vector<table_layout> &layout) {
+        ASSERT_TRUE(conn);
         std::string expected_order;
         for (const auto &l : layout) {
             EXPECT_EQ(l.columns,
@@ -139,7 +139,7 @@ TEST_F(DbSchema, FreshStartCreatesEveryTableAndIndexInOrder) {
     expect_layout(tallyd_db_set.temp_db, kTemp);
     expect_layout(tallyd_db_set.backup_hour_db, kBackup);
     expect_layout(tallyd_db_set.statistic_db, kStatistic);
-    EXPECT_EQ(nullptr, tallyd_db_set.top_list_db);  // opened by the first top summary only
+    EXPECT_FALSE(tallyd_db_set.top_list_db);  // opened by the first top summary only
     EXPECT_TRUE(exists("/tmp/tallyd/avp_1.0.db"));
     EXPECT_TRUE(exists("/etc/corvane-images/tallyd/avp_flash.db"));
 
@@ -200,12 +200,10 @@ TEST_F(DbSchema, FreshDatabasesCarryOneMarkerRowAndTheirPragmas) {
 
 TEST_F(DbSchema, CacheSizeFollowsThePlatformClass) {
     for (auto [cls, pages] : {std::pair{0, 250}, {1, 2500}, {3, 2500}, {7, 250}}) {
-        sqlite3 *conn = nullptr;
-        ASSERT_EQ(SQLITE_OK, sqlite3_open(":memory:", &conn));
+        sql_conn conn = open_db(":memory:");
         tallyd_sys_info.platform_class = cls;
         tallyd_set_db_pragmas(conn);
         EXPECT_EQ(pages, query_int(conn, "PRAGMA cache_size")) << "class " << cls;
-        sqlite3_close(conn);
     }
     tallyd_sys_info.platform_class = 0;
 }
@@ -218,7 +216,7 @@ TEST_F(DbSchema, TopListTablesFollowTheFlagPrecedence) {
     // No RAM directory yet: the scratch database cannot be opened.
     EXPECT_EQ(-1, tallyd_create_top_list_table(0x10));
     EXPECT_TRUE(logged(LOG_ERR, "tallyd, Failed to open avp_top_list db\n"));
-    EXPECT_EQ(nullptr, tallyd_db_set.top_list_db);
+    EXPECT_FALSE(tallyd_db_set.top_list_db);
     write_file("/tmp/tallyd/keep", "");
 
     // Client bit wins over the AP bit, which still asks for total_client_list.
@@ -257,16 +255,14 @@ TEST_F(DbSchema, TopListTablesFollowTheFlagPrecedence) {
 }
 
 TEST_F(DbSchema, CreatorStopsAtTheFirstFailingStatement) {
-    sqlite3 *conn = nullptr;
-    ASSERT_EQ(SQLITE_OK, sqlite3_open(":memory:", &conn));
-    ASSERT_EQ(SQLITE_OK, sql_exec(conn, "CREATE TABLE avp_ap_ssid_hour(x)"));
+    sql_conn conn = open_db(":memory:");
+    ASSERT_EQ(SQLITE_OK, sql_exec(conn.get(), "CREATE TABLE avp_ap_ssid_hour(x)"));
     EXPECT_EQ(-1, tallyd_create_main_tables(conn));
     EXPECT_EQ(1, log_count("tallyd, sql = CREATE TABLE avp_ap_ssid_hour("));
     EXPECT_EQ(1, log_count("aErrMsg = table avp_ap_ssid_hour already exists"));
     // Tables before the failure exist; none after it.
     EXPECT_EQ("avp_ap_ssid_hour,avp_app_client_hour,avp_curve_client",
               query_list(conn, "SELECT name FROM sqlite_master WHERE type='table' ORDER BY name"));
-    sqlite3_close(conn);
 }
 
 }  // namespace

@@ -52,13 +52,13 @@ class EntityHandlers : public root_test {
         write_file("/etc/corvane/xrepo/avpap-list.xml", "<avpap-list/>");
     }
     void TearDown() override {
-        sql_close(&tallyd_db_set.statistic_db);
+        tallyd_db_set.statistic_db.close();
         tallyd_dict_reset(&tallyd_sys_info);
         tallyd_sys_info.qpx_push = 0;
         root_test::TearDown();
     }
 
-    sqlite3 *statistic() {
+    sql_conn &statistic() {
         if (!tallyd_db_set.statistic_db) {
             std::filesystem::create_directories(path("/tmp/tallyd"));
             tallyd_create_statistic_db(&tallyd_db_set);
@@ -68,7 +68,7 @@ class EntityHandlers : public root_test {
     std::string query(const char *sql) {
         sql_table t;
         std::string out;
-        if (sql_get_table(statistic(), sql, t) != SQLITE_OK) return "error";
+        if (sql_get_table(statistic().get(), sql, t) != SQLITE_OK) return "error";
         for (int r = 0; r < t.rows(); ++r)
             for (int c = 0; c < t.cols(); ++c)
                 out += std::string(t.at(r, c) ? t.at(r, c) : "NULL") + "|";
@@ -95,7 +95,7 @@ class EntityHandlers : public root_test {
 };
 
 TEST_F(EntityHandlers, HostNameStoresOnlyAMarkAsALiteral) {
-    ASSERT_NE(nullptr, statistic());
+    ASSERT_TRUE(statistic());
     const std::string mac32(32, 'c');
     ASSERT_EQ("", query(("INSERT INTO statis_client_info_h(time, client_mac, host_name) VALUES"
                          "(5, 'aa', 'old'), (5, 'bb', 'keep'), (5, '" +

@@ -64,8 +64,7 @@ TEST_F(EventsSeed, NothingIsSeededWithoutTheWlanGroupList) {
 }
 
 TEST_F(EventsSeed, InsertStopsAtTheFirstFailureWithTheStatementLogged) {
-    sqlite3 *conn = nullptr;
-    ASSERT_EQ(SQLITE_OK, sqlite3_open(":memory:", &conn));
+    sql_conn conn = open_db(":memory:");
     tallyd_wlan_set set{};
     set[9] = set[10] = 1;
     EXPECT_EQ(0, tallyd_insert_ap_wlan_rows(conn, 7, 0, set, 1));  // no AP group: nothing
@@ -76,7 +75,6 @@ TEST_F(EventsSeed, InsertStopsAtTheFirstFailureWithTheStatementLogged) {
                        "wlangrp_id) \nVALUES(0, 7, 10, 3, 1), aErrMsg = no such table: "
                        "statis_ap_wlan\n"))
         << log_dump();
-    sql_close(&conn);
 }
 
 }  // namespace

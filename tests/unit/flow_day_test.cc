@@ -35,7 +35,7 @@ TEST_F(rollup_test, BackupTaskFoldsTheLastHourOfTheHourTables) {
     tallyd_pre_backup_day(nullptr, nullptr);
     EXPECT_TRUE(armed(tallyd_pre_backup_day));
     EXPECT_EQ(tallyd_sys_info.last_backup_time, kT0);
-    sqlite3 *backup = tallyd_db_set.backup_hour_db;
+    sql_conn &backup = tallyd_db_set.backup_hour_db;
     // Per SSID, application and group, whatever the AP.
     EXPECT_EQ(query(backup, std::string(kSsidCols) + "avp_ssid_backup ORDER BY ssid, group_id"),
               (rows_t{{at(0), "http", "1", "11", "22", "1"},
@@ -61,7 +61,7 @@ TEST_F(rollup_test, EachSsidGetsItsShareOfTheRowBudget) {
     EXPECT_EQ(tallyd_get_attr_count(tallyd_db_set.db, "avp_ap_ssid_hour", "ssid", kT0), 0);
 
     // Default platform: 800 rows over 10 SSIDs, each keeping its largest 80.
-    sqlite3 *backup = tallyd_db_set.backup_hour_db;
+    sql_conn &backup = tallyd_db_set.backup_hour_db;
     ASSERT_EQ(tallyd_pre_handle_avp_ssid(4, "avp_ap_ssid_hour", "avp_ssid_backup", kT0,
                                          tallyd_db_set.db, backup),
               0);
@@ -82,12 +82,12 @@ TEST_F(rollup_test, EachSsidGetsItsShareOfTheRowBudget) {
     // No SSID since the range start: not a statement runs on the target.
     int statements = 0;
     sqlite3_trace_v2(
-        backup, SQLITE_TRACE_STMT,
+        backup.get(), SQLITE_TRACE_STMT,
         [](unsigned, void *n, void *, void *) { return ++*static_cast<int *>(n), 0; }, &statements);
     EXPECT_EQ(tallyd_pre_handle_avp_ssid(4, "avp_ap_ssid_hour", "avp_ssid_backup", kT0 + 4000,
                                          tallyd_db_set.db, backup),
               0);
-    sqlite3_trace_v2(backup, 0, nullptr, nullptr);
+    sqlite3_trace_v2(backup.get(), 0, nullptr, nullptr);
     EXPECT_EQ(statements, 0);
 }
 
@@ -110,7 +110,7 @@ TEST_F(rollup_test, DayTaskSumsTheBackupsAndStartsAFreshBackup) {
     EXPECT_TRUE(armed(tallyd_pre_handle_day));
     EXPECT_EQ(tallyd_sys_info.day_stamp, kT0);
     EXPECT_EQ(tallyd_sys_info.last_backup_time, 0u);
-    sqlite3 *db = tallyd_db_set.db;
+    sql_conn &db = tallyd_db_set.db;
     EXPECT_EQ(query(db, std::string(kSsidCols) + "avp_ssid_day ORDER BY time, app"),
               (rows_t{{at(-86099), "kept", "1", "1", "1", "1"},
                       {at(0), "dns", "2", "6000000000", "1", "1"},
@@ -144,7 +144,7 @@ TEST_F(rollup_test, DayStampKeepsItsPeriodWithinTwoMinutes) {
 TEST_F(rollup_test, MalformedDatabasesOfTheDailyPathAreRebuilt) {
     insert(tallyd_db_set.db, "avp_ap_ssid_hour",
            {{at(-60), "http", "80", "1", "1", "1", "1", "1"}});
-    corrupt(&tallyd_db_set.backup_hour_db, "/tmp/tallyd/avp_backup_hour.db", "avp_ssid_backup");
+    corrupt(tallyd_db_set.backup_hour_db, "/tmp/tallyd/avp_backup_hour.db", "avp_ssid_backup");
     tallyd_pre_backup_day(nullptr, nullptr);
     EXPECT_TRUE(armed(tallyd_pre_backup_day));
     EXPECT_TRUE(
@@ -156,7 +156,7 @@ TEST_F(rollup_test, MalformedDatabasesOfTheDailyPathAreRebuilt) {
     // the failed run rebuilds db once more; last_backup_time stays.
     insert(tallyd_db_set.backup_hour_db, "avp_ssid_backup",
            {{at(-60), "http", "80", "1", "1", "1", "1"}});
-    corrupt(&tallyd_db_set.db, "/tmp/tallyd/avp_1.0.db", "avp_ssid_day");
+    corrupt(tallyd_db_set.db, "/tmp/tallyd/avp_1.0.db", "avp_ssid_day");
     tallyd_sys_info.last_backup_time = kT0;
     log_.clear();
     tallyd_pre_handle_day(nullptr, nullptr);

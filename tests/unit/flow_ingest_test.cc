@@ -75,8 +75,8 @@ class flow_ingest_test : public db_root_test {
         std::filesystem::create_directories(spool());
         tallyd_create_avp_db(&tallyd_db_set);
         tallyd_create_avp_temp_db(&tallyd_db_set);
-        ASSERT_NE(tallyd_db_set.db, nullptr);
-        ASSERT_NE(tallyd_db_set.temp_db, nullptr);
+        ASSERT_TRUE(tallyd_db_set.db);
+        ASSERT_TRUE(tallyd_db_set.temp_db);
     }
 
     void TearDown() override {
@@ -103,7 +103,7 @@ class flow_ingest_test : public db_root_test {
     std::vector<row> rows() const {
         std::vector<row> out;
         sql_table t;
-        sql_get_table(tallyd_db_set.temp_db,
+        sql_get_table(tallyd_db_set.temp_db.get(),
                       "SELECT time, app, port, client_mac, ap_mac, ssid, uplink, downlink, total, "
                       "category, group_id, typeof(app), typeof(port), typeof(uplink) "
                       "FROM avp_base ORDER BY rowid",
@@ -124,7 +124,7 @@ class flow_ingest_test : public db_root_test {
 };
 
 TEST_F(flow_ingest_test, EntriesBecomeRowsWithRunTimeIdsAndGroup) {
-    sql_exec(tallyd_db_set.db,
+    sql_exec(tallyd_db_set.db.get(),
              "INSERT INTO avp_ap(time, ap_mac, model, group_id) VALUES(0, '00:1a:2b:00:00:01', "
              "'m', 7)");
     put(std::string(kAp1) + "-1", entries(2, kAp1));
@@ -171,7 +171,7 @@ TEST_F(flow_ingest_test, EntriesBecomeRowsWithRunTimeIdsAndGroup) {
     EXPECT_EQ(steam->category, "");
 
     EXPECT_EQ(spool_entries(), 0u);
-    EXPECT_NE(sqlite3_get_autocommit(tallyd_db_set.temp_db), 0);  // committed
+    EXPECT_NE(sqlite3_get_autocommit(tallyd_db_set.temp_db.get()), 0);  // committed
 }
 
 TEST_F(flow_ingest_test, MalformedFilesAreDroppedWholeAndTheRunGoesOn) {
@@ -231,7 +231,7 @@ TEST_F(flow_ingest_test, EntriesWithoutIdsAreSkipped) {
 }
 
 TEST_F(flow_ingest_test, FailedInsertLogsTheStatementAndDropsTheRestOfTheFile) {
-    sql_exec(tallyd_db_set.temp_db, "DROP TABLE avp_base");
+    sql_exec(tallyd_db_set.temp_db.get(), "DROP TABLE avp_base");
     put(std::string(kAp1) + "-1", {entry("it's", "02:00:00:00:00:01", kAp1, "corp", 7, "Web"),
                                    entry("x", "02:00:00:00:00:02", kAp1, "corp", 8)});
     put(std::string(kAp2) + "-1", entries(2, kAp2));
@@ -253,15 +253,14 @@ TEST_F(flow_ingest_test, FailedInsertLogsTheStatementAndDropsTheRestOfTheFile) {
 
 TEST_F(flow_ingest_test, MalformedTempDbIsRebuiltDuringTheRun) {
     std::string file = path(TALLYD_DB_TEMP);
-    sql_cache_drop(tallyd_db_set.temp_db);
-    ASSERT_TRUE(corrupt_table(&tallyd_db_set.temp_db, file.c_str(), "avp_base"));
+    ASSERT_TRUE(corrupt_table(tallyd_db_set.temp_db, file.c_str(), "avp_base"));
     put(std::string(kAp1) + "-1", entries(2, kAp1));
     put(std::string(kAp2) + "-1", entries(2, kAp2));
 
     tallyd_handle_flow(kStartTime);
 
     EXPECT_EQ(log_count("aErrMsg = database disk image is malformed\n"), 1) << log_dump();
-    ASSERT_NE(tallyd_db_set.temp_db, nullptr);
+    ASSERT_TRUE(tallyd_db_set.temp_db);
     // The file that met the damage loses its remaining entry; the other goes
     // into the new, empty avp_base outside any transaction, so the run's
     // COMMIT finds none.
@@ -272,10 +271,9 @@ TEST_F(flow_ingest_test, MalformedTempDbIsRebuiltDuringTheRun) {
 
 TEST_F(flow_ingest_test, MalformedMainDbDuringGroupLookupIsRecovered) {
     std::string file = path(TALLYD_DB_MAIN);
-    sql_cache_drop(tallyd_db_set.db);
     // The lookup reads the index, the insert the table: both are damaged.
-    ASSERT_TRUE(corrupt_table(&tallyd_db_set.db, file.c_str(), "avp_ap"));
-    ASSERT_TRUE(corrupt_table(&tallyd_db_set.db, file.c_str(), "avp_ap_idx"));
+    ASSERT_TRUE(corrupt_table(tallyd_db_set.db, file.c_str(), "avp_ap"));
+    ASSERT_TRUE(corrupt_table(tallyd_db_set.db, file.c_str(), "avp_ap_idx"));
     put(std::string(kAp1) + "-1", entries(1, kAp1));
     put(std::string(kAp1) + "-2", entries(1, kAp1));
 
@@ -290,47 +288,46 @@ TEST_F(flow_ingest_test, MalformedMainDbDuringGroupLookupIsRecovered) {
     EXPECT_EQ(rows()[0].group_id, "1");
     EXPECT_EQ(rows()[1].group_id, "1");
     sql_table t;
-    EXPECT_EQ(sql_get_table(tallyd_db_set.db, "SELECT count(*) FROM avp_ap", t), SQLITE_OK);
+    EXPECT_EQ(sql_get_table(tallyd_db_set.db.get(), "SELECT count(*) FROM avp_ap", t), SQLITE_OK);
     // The lookup after the rebuild read the new db; nothing of it stays open.
-    EXPECT_NE(sqlite3_get_autocommit(tallyd_db_set.db), 0);
+    EXPECT_NE(sqlite3_get_autocommit(tallyd_db_set.db.get()), 0);
 }
 
 TEST_F(flow_ingest_test, GroupLookupsLeaveDbAsTheyFoundIt) {
-    auto set_group = [](sqlite3 *conn, int group) {
+    auto set_group = [](sql_conn &conn, int group) {
         char sql[160];
         std::snprintf(sql, sizeof sql,
                       "INSERT OR REPLACE INTO avp_ap(rowid, time, ap_mac, model, group_id) "
                       "VALUES(1, 0, '%s', 'm', %d)",
                       kAp1, group);
-        return sql_exec(conn, sql);
+        return sql_exec(conn.get(), sql);
     };
     ASSERT_EQ(set_group(tallyd_db_set.db, 7), SQLITE_OK);
     put(std::string(kAp1) + "-1", entries(1, kAp1));
     put(std::string(kAp2) + "-1", entries(1, kAp2));
     tallyd_handle_flow(kStartTime);
     ASSERT_EQ(rows().size(), 2u);
-    EXPECT_NE(sqlite3_get_autocommit(tallyd_db_set.db), 0);
+    EXPECT_NE(sqlite3_get_autocommit(tallyd_db_set.db.get()), 0);
 
     // No lock outlives the run: another process can change the group, and
     // the next run reads the change.
-    sqlite3 *other = nullptr;
-    ASSERT_EQ(sqlite3_open(path(TALLYD_DB_MAIN).c_str(), &other), SQLITE_OK);
+    sql_conn other = open_db(path(TALLYD_DB_MAIN));
     EXPECT_EQ(set_group(other, 9), SQLITE_OK);
-    sqlite3_close(other);
-    sql_exec(tallyd_db_set.temp_db, "DELETE FROM avp_base");
+    other.close();
+    sql_exec(tallyd_db_set.temp_db.get(), "DELETE FROM avp_base");
     put(std::string(kAp1) + "-2", entries(1, kAp1));
     tallyd_handle_flow(kStartTime + 60);
     ASSERT_EQ(rows().size(), 1u);
     EXPECT_EQ(rows()[0].group_id, "9");
 
     // A transaction another task left open on db is neither ended nor hidden.
-    ASSERT_EQ(sql_exec(tallyd_db_set.db, "BEGIN TRANSACTION"), SQLITE_OK);
+    ASSERT_EQ(sql_exec(tallyd_db_set.db.get(), "BEGIN TRANSACTION"), SQLITE_OK);
     ASSERT_EQ(set_group(tallyd_db_set.db, 4), SQLITE_OK);
-    sql_exec(tallyd_db_set.temp_db, "DELETE FROM avp_base");
+    sql_exec(tallyd_db_set.temp_db.get(), "DELETE FROM avp_base");
     put(std::string(kAp1) + "-3", entries(1, kAp1));
     tallyd_handle_flow(kStartTime + 120);
-    EXPECT_EQ(sqlite3_get_autocommit(tallyd_db_set.db), 0);
-    sql_exec(tallyd_db_set.db, "ROLLBACK TRANSACTION");
+    EXPECT_EQ(sqlite3_get_autocommit(tallyd_db_set.db.get()), 0);
+    sql_exec(tallyd_db_set.db.get(), "ROLLBACK TRANSACTION");
     ASSERT_EQ(rows().size(), 1u);
     EXPECT_EQ(rows()[0].group_id, "4");
 }
@@ -344,7 +341,7 @@ TEST_F(flow_ingest_test, MissingOrUnreadableSpoolChangesNothing) {
     tallyd_handle_flow(kStartTime);
     EXPECT_EQ(log_count("tallyd, failed to open "), 2);
     EXPECT_TRUE(exists(TALLYD_SPOOL_DIR));
-    EXPECT_NE(sqlite3_get_autocommit(tallyd_db_set.temp_db), 0);  // no transaction left open
+    EXPECT_NE(sqlite3_get_autocommit(tallyd_db_set.temp_db.get()), 0);  // no transaction left open
 }
 
 uint32_t g_fake_now = 0;
@@ -369,7 +366,7 @@ TEST_F(flow_ingest_test, TimeBudgetStopsReadingButEveryFileIsDeleted) {
 TEST_F(flow_ingest_test, TimerRearmsFirstAndSkipsWorkWithoutTempDb) {
     eloop_init(nullptr);
     put(std::string(kAp1) + "-1", entries(1, kAp1));
-    sql_close(&tallyd_db_set.temp_db);
+    tallyd_db_set.temp_db.close();
 
     tallyd_pre_handle_flow(nullptr, nullptr);
     EXPECT_EQ(spool_entries(), 1u);

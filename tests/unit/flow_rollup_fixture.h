@@ -44,33 +44,33 @@ class rollup_test : public db_root_test {
 
    public:
     // Helpers, also for the free functions of the tests.
-    static void exec(sqlite3 *conn, const std::string &sql) {
+    static void exec(sql_conn &conn, const std::string &sql) {
         sql_error err;
-        ASSERT_EQ(sql_exec(conn, sql.c_str(), &err), SQLITE_OK) << sql << ": " << err.text;
+        ASSERT_EQ(sql_exec(conn.get(), sql.c_str(), &err), SQLITE_OK) << sql << ": " << err.text;
     }
 
     // Every row of a query, NULL as "NULL".
-    static rows_t query(sqlite3 *conn, const std::string &sql) {
+    static rows_t query(sql_conn &conn, const std::string &sql) {
         sql_table t;
-        EXPECT_EQ(sql_get_table(conn, sql.c_str(), t), SQLITE_OK) << sql;
+        EXPECT_EQ(sql_get_table(conn.get(), sql.c_str(), t), SQLITE_OK) << sql;
         rows_t out(t.rows());
         for (int r = 0; r < t.rows(); ++r)
             for (int c = 0; c < t.cols(); ++c) out[r].push_back(t.at(r, c) ? t.at(r, c) : "NULL");
         return out;
     }
-    static int64_t scalar(sqlite3 *conn, const std::string &sql) { return query_int(conn, sql); }
+    static int64_t scalar(sql_conn &conn, const std::string &sql) { return query_int(conn, sql); }
 
     // Inserts rows into "table(cols)" in one transaction. Values that read as
     // integers (without a leading zero: "001122334455" is a MAC) are bound as
     // integers, the others as texts, as the daemon's printed statements would
     // store them.
-    static void insert(sqlite3 *conn, const std::string &table, const rows_t &rows) {
+    static void insert(sql_conn &conn, const std::string &table, const rows_t &rows) {
         if (rows.empty()) return;
         std::string sql = "INSERT INTO " + table + " VALUES(?";
         for (size_t i = 1; i < rows[0].size(); ++i) sql += ", ?";
-        sql_stmt s = sql_prepare(conn, (sql + ")").c_str());
+        sql_stmt s = sql_prepare(conn.get(), (sql + ")").c_str());
         ASSERT_TRUE(s) << sql;
-        sql_txn txn(conn);
+        sql_txn txn(conn.get());
         for (const auto &row : rows) {
             for (size_t i = 0; i < row.size(); ++i) {
                 char *end = nullptr;
@@ -91,10 +91,9 @@ class rollup_test : public db_root_test {
     }
 
    protected:
-    // The next statement touching table in the file behind *slot fails with
+    // The next statement touching table in the file behind conn fails with
     // "database disk image is malformed".
-    void corrupt(sqlite3 **slot, const char *device_path, const char *table) {
-        sql_cache_drop(*slot);
-        ASSERT_TRUE(corrupt_table(slot, path(device_path).c_str(), table));
+    void corrupt(sql_conn &conn, const char *device_path, const char *table) {
+        ASSERT_TRUE(corrupt_table(conn, path(device_path).c_str(), table));
     }
 };

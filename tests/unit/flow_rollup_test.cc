@@ -106,7 +106,7 @@ const char *kApSsid =
     "SELECT ap_mac, app, port, ssid, group_id, uplink, downlink FROM avp_ap_ssid_hour";
 const char *kTopClient = "SELECT client_mac, ap_mac, total FROM avp_top_client_hour";
 
-row_set rows_of(const std::string &sql, sqlite3 *conn = tallyd_db_set.db) {
+row_set rows_of(const std::string &sql, sql_conn &conn = tallyd_db_set.db) {
     rows_t r = rollup_test::query(conn, sql);
     return {r.begin(), r.end()};
 }
@@ -223,7 +223,7 @@ TEST_F(rollup_test, FailedInsertLeavesItsTransactionOpenForTheNextCommit) {
                        "tallyd, INSERT top_client aErrMsg = no such table: avp_top_client_hour\n"));
     EXPECT_EQ(log_count("was failed"), 0);
     EXPECT_EQ(scalar(tallyd_db_set.temp_db, "SELECT count(*) FROM avp_base"), 0);
-    EXPECT_EQ(sqlite3_get_autocommit(tallyd_db_set.db), 0);
+    EXPECT_EQ(sqlite3_get_autocommit(tallyd_db_set.db.get()), 0);
 
     // The next run cannot begin its purge inside that transaction; its first
     // rollup's COMMIT commits what the open transaction held.
@@ -233,20 +233,18 @@ TEST_F(rollup_test, FailedInsertLeavesItsTransactionOpenForTheNextCommit) {
     tallyd_clock_advance(300);
     tallyd_pre_handle_hour(nullptr, nullptr);
     EXPECT_EQ(log_count("tallyd, delete record BEGIN,  aErrMsg = cannot start a transaction"), 1);
-    sqlite3 *reader = nullptr;
-    ASSERT_EQ(sqlite3_open_v2(path("/tmp/tallyd/avp_1.0.db").c_str(), &reader, SQLITE_OPEN_READONLY,
-                              nullptr),
+    sql_conn reader;
+    ASSERT_EQ(tallyd_db_open(path("/tmp/tallyd/avp_1.0.db"), SQLITE_OPEN_READONLY, reader),
               SQLITE_OK);
     EXPECT_EQ(rows_of("SELECT count(DISTINCT time) FROM avp_all_group_hour", reader),
               row_set{{"2"}});
     EXPECT_EQ(rows_of(kTopClient, reader), top_client(second));
-    sqlite3_close_v2(reader);
 }
 
 TEST_F(rollup_test, MalformedDatabasesAreRebuiltAndTheScheduleGoesOn) {
     // A corrupt temp_db: the first SELECT fails; temp_db and db are rebuilt.
     add_flows(make_flows(3, 50));
-    corrupt(&tallyd_db_set.temp_db, "/tmp/tallyd/avp_temp.db", "avp_base");
+    corrupt(tallyd_db_set.temp_db, "/tmp/tallyd/avp_temp.db", "avp_base");
     tallyd_pre_handle_hour(nullptr, nullptr);
     EXPECT_TRUE(armed(tallyd_pre_handle_hour));
     EXPECT_TRUE(
@@ -258,7 +256,7 @@ TEST_F(rollup_test, MalformedDatabasesAreRebuiltAndTheScheduleGoesOn) {
     // A corrupt hour table: the purge meets it first (its mask rebuilds
     // nothing), then the first rollup fails in the same database.
     add_flows(make_flows(4, 50));
-    corrupt(&tallyd_db_set.db, "/tmp/tallyd/avp_1.0.db", "avp_top_client_hour");
+    corrupt(tallyd_db_set.db, "/tmp/tallyd/avp_1.0.db", "avp_top_client_hour");
     log_.clear();
     tallyd_clock_advance(300);
     tallyd_pre_handle_hour(nullptr, nullptr);

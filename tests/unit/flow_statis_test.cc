@@ -29,7 +29,7 @@ TEST_F(rollup_test, ClientIdentitiesKeepOneDailyRowPerAssociation) {
     add_hourly({{t, "00:11:22:33:44:55", "1", "1", "1", "guest's tablet"},
                 {t, "00:11:22:33:44:55", "1", "1", "1", "guest's tablet"},
                 {t, "66:77:88:99:aa:bb", "2", "1", "1", "printer"}});
-    sqlite3 *stat = tallyd_db_set.statistic_db;
+    sql_conn &stat = tallyd_db_set.statistic_db;
     EXPECT_EQ(rollup(kT0, 0), 0);
     EXPECT_EQ(scalar(stat, "SELECT count(*) FROM statis_client_info_d"), 0);
 
@@ -78,7 +78,7 @@ TEST_F(rollup_test, ClientStatisticsFailuresShowTheStatementsAndRebuildWhenMalfo
     // A malformed target: statistic_db is built anew (mask 16).
     exec(tallyd_db_set.statistic_db,
          "CREATE TABLE statis_client_info_d(time, client_mac, ap_id, ssid_id, apgroup_id)");
-    corrupt(&tallyd_db_set.statistic_db, "/tmp/tallyd/statistic.db", "statis_client_info_d");
+    corrupt(tallyd_db_set.statistic_db, "/tmp/tallyd/statistic.db", "statis_client_info_d");
     EXPECT_EQ(rollup(kT0), -1);
     EXPECT_EQ(scalar(tallyd_db_set.statistic_db, "SELECT count(*) FROM statis_client_info_h"), 0);
     EXPECT_EQ(query(tallyd_db_set.statistic_db, "SELECT client_mac FROM statis_client_d"),
@@ -86,7 +86,7 @@ TEST_F(rollup_test, ClientStatisticsFailuresShowTheStatementsAndRebuildWhenMalfo
 }
 
 TEST_F(rollup_test, StatisticsTaskPurgesDailyRowsAndEndsWithoutItsDatabase) {
-    sqlite3 *stat = tallyd_db_set.statistic_db;
+    sql_conn &stat = tallyd_db_set.statistic_db;
     tallyd_clock_advance(5);
     exec(stat, "INSERT INTO statis_client_d(time, client_mac) VALUES(" +
                    std::to_string(kT0 + 5 - 86401) + ", 'old'), (" +
@@ -102,7 +102,7 @@ TEST_F(rollup_test, StatisticsTaskPurgesDailyRowsAndEndsWithoutItsDatabase) {
               (rows_t{{std::to_string(kT0 + 5), "00:11:22:33:44:55"}}));
 
     // Once statistic_db is closed the task neither works nor re-arms.
-    sql_close(&tallyd_db_set.statistic_db);
+    tallyd_db_set.statistic_db.close();
     tallyd_clock_advance(3595);
     tallyd_pre_handle_statis(nullptr, nullptr);
     EXPECT_FALSE(armed(tallyd_pre_handle_statis));

@@ -1,7 +1,5 @@
 #include "cmd_tables.h"
 
-#include <sqlite3.h>
-
 #include <algorithm>
 #include <cinttypes>
 #include <cstdio>
@@ -14,6 +12,8 @@
 
 #include "base/path.h"
 #include "commands.h"
+#include "db/db_files.h"
+#include "db/sql.h"
 
 namespace {
 
@@ -32,29 +32,15 @@ struct db_info {
     std::string error;
 };
 
-// Read-only connection, closed on destruction.
-struct ro_db {
-    sqlite3 *conn = nullptr;
-    explicit ro_db(const std::string &path) {
-        sqlite3_open_v2(path.c_str(), &conn, SQLITE_OPEN_READONLY, nullptr);
-        if (conn) sqlite3_busy_timeout(conn, 2000);
-    }
-    ~ro_db() { sqlite3_close_v2(conn); }
-    ro_db(const ro_db &) = delete;
-    ro_db &operator=(const ro_db &) = delete;
-};
-
 // Runs sql and calls row(stmt) per result row; SQLite's message on failure.
 template <typename F>
 std::string query(sqlite3 *conn, const std::string &sql, F row) {
-    sqlite3_stmt *s = nullptr;
-    if (sqlite3_prepare_v2(conn, sql.c_str(), -1, &s, nullptr) != SQLITE_OK)
-        return sqlite3_errmsg(conn);
+    sql_error err;
+    sql_stmt s = sql_prepare(conn, sql.c_str(), &err);
+    if (!s) return err.text;
     int rc;
-    while ((rc = sqlite3_step(s)) == SQLITE_ROW) row(s);
-    std::string err = rc == SQLITE_DONE ? "" : sqlite3_errmsg(conn);
-    sqlite3_finalize(s);
-    return err;
+    while ((rc = s.step(&err)) == SQLITE_ROW) row(s.get());
+    return rc == SQLITE_DONE ? "" : err.text;
 }
 
 std::string quoted_name(const std::string &name) {
@@ -87,18 +73,20 @@ table_info describe_table(sqlite3 *conn, const std::string &name) {
 db_info describe_db(const std::string &file) {
     db_info d;
     d.file = file;
-    ro_db db(file);
-    if (!db.conn) {
+    sql_conn db;
+    if (tallyd_db_open(file, SQLITE_OPEN_READONLY, db) != SQLITE_OK) {
         d.error = "cannot open";
         return d;
     }
+    // The daemon may be writing; wait a moment rather than fail.
+    sqlite3_busy_timeout(db.get(), 2000);
     std::vector<std::string> names;
     d.error =
-        query(db.conn, "SELECT name FROM sqlite_master WHERE type='table' ORDER BY name",
+        query(db.get(), "SELECT name FROM sqlite_master WHERE type='table' ORDER BY name",
               [&](sqlite3_stmt *s) {
                   names.emplace_back(reinterpret_cast<const char *>(sqlite3_column_text(s, 0)));
               });
-    for (const std::string &n : names) d.tables.push_back(describe_table(db.conn, n));
+    for (const std::string &n : names) d.tables.push_back(describe_table(db.get(), n));
     return d;
 }
 

@@ -24,18 +24,15 @@
 #include <string_view>
 
 #include "base/path.h"
+#include "db/db_files.h"
 #include "db/db_fs.h"
+#include "db/sql.h"
 
 namespace fs = std::filesystem;
 
 namespace {
 
 constexpr const char *kBases[] = {"avp_1.0", "avp_backup_hour", "statistic"};
-
-struct sqlite_closer {
-    void operator()(sqlite3 *db) const { sqlite3_close_v2(db); }
-};
-using sqlite_ptr = std::unique_ptr<sqlite3, sqlite_closer>;
 
 struct pipe_closer {
     void operator()(FILE *f) const { pclose(f); }
@@ -54,19 +51,12 @@ bool sync_path(const std::string &path, int flags) {
     return f.fd >= 0 && fsync(f.fd) == 0;
 }
 
-sqlite_ptr open_db(const std::string &path, int flags) {
-    sqlite3 *db = nullptr;
-    int rc = sqlite3_open_v2(path.c_str(), &db, flags, nullptr);
-    sqlite_ptr owned(db);
-    if (rc != SQLITE_OK) return nullptr;
-    return owned;
-}
-
 // Copies src into a new file dest page by page under SQLite's locks.
 bool backup_db(const std::string &src_path, const std::string &dest_path) {
-    sqlite_ptr src = open_db(src_path, SQLITE_OPEN_READONLY);
-    sqlite_ptr dest = open_db(dest_path, SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE);
-    if (!src || !dest) return false;
+    sql_conn src, dest;
+    if (tallyd_db_open(src_path, SQLITE_OPEN_READONLY, src) != SQLITE_OK ||
+        tallyd_db_open(dest_path, SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE, dest) != SQLITE_OK)
+        return false;
     // The daemon may hold a write lock for a moment; wait for it.
     sqlite3_busy_timeout(src.get(), 5000);
     sqlite3_backup *b = sqlite3_backup_init(dest.get(), "main", src.get(), "main");

@@ -1,0 +1,74 @@
+// The connection owner and its statement cache, and checked binds.
+#include <gtest/gtest.h>
+
+#include "db/db_files.h"
+#include "db/sql.h"
+
+namespace {
+
+sql_conn memory_db() {
+    sql_conn conn;
+    tallyd_db_open(":memory:", SQLITE_OPEN_READWRITE, conn);
+    sql_exec(conn.get(), "CREATE TABLE t(a, b)");
+    return conn;
+}
+
+int64_t rows(const sql_conn &conn) {
+    sql_table t;
+    sql_get_table(conn.get(), "SELECT count(*) FROM t", t);
+    return t.rows() ? t.int_at(0, 0) : -1;
+}
+
+TEST(DbSql, CachedStatementsBelongToTheirConnection) {
+    sql_conn conn = memory_db();
+    ASSERT_TRUE(conn);
+    sql_stmt *insert = conn.cached("INSERT INTO t VALUES(?, ?)");
+    ASSERT_NE(insert, nullptr);
+    insert->bind(1, int64_t{1});
+    // Handed out again reset, with the half-bound values gone.
+    EXPECT_EQ(conn.cached("INSERT INTO t VALUES(?, ?)"), insert);
+    ASSERT_EQ(insert->run(), SQLITE_OK);
+    EXPECT_EQ(rows(conn), 1);
+    sql_table t;
+    sql_get_table(conn.get(), "SELECT count(*) FROM t WHERE a IS NULL", t);
+    EXPECT_EQ(t.int_at(0, 0), 1);
+
+    sql_error err;
+    EXPECT_EQ(conn.cached("INSERT INTO missing VALUES(1)", &err), nullptr);
+    EXPECT_EQ(err.text, "no such table: missing");
+
+    // Moved: the statements go with the handle; the old owner is closed.
+    sql_conn moved = std::move(conn);
+    EXPECT_FALSE(conn);
+    EXPECT_EQ(conn.cached("INSERT INTO t VALUES(?, ?)"), nullptr);
+    EXPECT_EQ(moved.cached("INSERT INTO t VALUES(?, ?)"), insert);
+
+    // Replaced by a new connection: prepared afresh on the new handle.
+    moved = memory_db();
+    sql_stmt *fresh = moved.cached("INSERT INTO t VALUES(?, ?)");
+    ASSERT_NE(fresh, nullptr);
+    EXPECT_EQ(sqlite3_db_handle(fresh->get()), moved.get());
+    moved.close();
+    EXPECT_FALSE(moved);
+    EXPECT_EQ(moved.cached("INSERT INTO t VALUES(?, ?)", &err), nullptr);
+    EXPECT_EQ(err.rc, SQLITE_MISUSE);
+}
+
+TEST(DbSql, ARefusedBindFailsTheRunWithoutWritingTheRow) {
+    sql_conn conn = memory_db();
+    sql_stmt *insert = conn.cached("INSERT INTO t VALUES(?, ?)");
+    ASSERT_NE(insert, nullptr);
+    insert->bind(1, int64_t{1});
+    insert->bind(3, std::string_view("no such parameter"));
+    sql_error err;
+    EXPECT_EQ(insert->run(&err), SQLITE_RANGE);
+    EXPECT_EQ(err.rc, SQLITE_RANGE);
+    EXPECT_FALSE(err.text.empty());
+    EXPECT_EQ(rows(conn), 0);
+    // The failure is reported once; the next row runs normally.
+    insert->bind(1, int64_t{2});
+    EXPECT_EQ(insert->run(&err), SQLITE_OK);
+    EXPECT_EQ(rows(conn), 1);
+}
+
+}  // namespace
