@@ -13,6 +13,7 @@
 #include <string>
 
 #include "base/clock.h"
+#include "base/file.h"
 #include "base/log.h"
 #include "base/path.h"
 #include "db/db_set.h"
@@ -33,17 +34,6 @@ struct dir_closer {
     void operator()(DIR *d) const { closedir(d); }
 };
 using dir_ptr = std::unique_ptr<DIR, dir_closer>;
-
-// The descriptor of the spool file being read, closed on every way out.
-struct file_fd {
-    int fd;
-    explicit file_fd(const char *path) : fd(open(path, O_RDONLY | O_CLOEXEC)) {}
-    ~file_fd() {
-        if (fd >= 0) close(fd);
-    }
-    file_fd(const file_fd &) = delete;
-    file_fd &operator=(const file_fd &) = delete;
-};
 
 // The decoded message of the file being read: fixed storage of the task
 // (some 35 KB for 50 entries), reused for every file.
@@ -95,12 +85,12 @@ int ingest_file(flow_sql &sql, const std::string &dir, const char *name, uint32_
 
     char path[PATH_MAX];
     std::snprintf(path, sizeof path, "%s/%s", dir.c_str(), name);
-    file_fd file(path);
-    if (file.fd < 0) {
+    tallyd_fd file(open(path, O_RDONLY | O_CLOEXEC));
+    if (file.get() < 0) {
         tallyd_log(LOG_DEBUG, "tallyd, failed to open %s\n", path);
         return -1;
     }
-    arc_source src{.fd = file.fd, .buffer = g_file_buffer};
+    arc_source src{.fd = file.get(), .buffer = g_file_buffer};
     if (!tallyd_decode_arc(&src, &g_message)) {
         tallyd_log(LOG_WARNING, "tallyd, failed to decode ARC\n");
         return 0;

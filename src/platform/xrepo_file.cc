@@ -7,28 +7,9 @@
 #include <cstring>
 #include <filesystem>
 
+#include "base/file.h"
+
 namespace {
-
-// A descriptor closed on every path out.
-class unique_fd {
-   public:
-    explicit unique_fd(int fd) : fd_(fd) {}
-    ~unique_fd() {
-        if (fd_ >= 0) ::close(fd_);
-    }
-    unique_fd(const unique_fd &) = delete;
-    unique_fd &operator=(const unique_fd &) = delete;
-    int get() const { return fd_; }
-    // Closes now and reports the result (a delayed write error shows here).
-    int close() {
-        int rc = ::close(fd_);
-        fd_ = -1;
-        return rc;
-    }
-
-   private:
-    int fd_;
-};
 
 int fail(std::string *why, std::string_view what) {
     if (why) *why = std::string(what) + ": " + std::strerror(errno);
@@ -47,7 +28,7 @@ int write_all(int fd, std::string_view data) {
 
 // Writes and syncs the temporary file; the caller renames it.
 int write_synced(const std::string &tmp, std::string_view data, std::string *why) {
-    unique_fd fd(::open(tmp.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644));
+    tallyd_fd fd(::open(tmp.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644));
     if (fd.get() < 0) return fail(why, "open " + tmp);
     if (write_all(fd.get(), data) != 0) return fail(why, "write " + tmp);
     if (::fsync(fd.get()) != 0) return fail(why, "fsync " + tmp);
@@ -56,7 +37,7 @@ int write_synced(const std::string &tmp, std::string_view data, std::string *why
 }
 
 int sync_dir(const std::string &dir, std::string *why) {
-    unique_fd fd(::open(dir.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    tallyd_fd fd(::open(dir.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
     if (fd.get() < 0 || ::fsync(fd.get()) != 0) return fail(why, "fsync " + dir);
     return 0;
 }

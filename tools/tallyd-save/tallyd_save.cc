@@ -23,6 +23,7 @@
 #include <string>
 #include <string_view>
 
+#include "base/file.h"
 #include "base/path.h"
 #include "db/db_files.h"
 #include "db/db_fs.h"
@@ -39,16 +40,9 @@ struct pipe_closer {
 };
 using pipe_ptr = std::unique_ptr<FILE, pipe_closer>;
 
-struct fd_guard {
-    int fd;
-    ~fd_guard() {
-        if (fd >= 0) close(fd);
-    }
-};
-
 bool sync_path(const std::string &path, int flags) {
-    fd_guard f{open(path.c_str(), flags)};
-    return f.fd >= 0 && fsync(f.fd) == 0;
+    tallyd_fd f(open(path.c_str(), flags));
+    return f.get() >= 0 && fsync(f.get()) == 0;
 }
 
 // Copies src into a new file dest page by page under SQLite's locks.
