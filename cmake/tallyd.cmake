@@ -43,7 +43,8 @@ function(tallyd_all_library name)
   add_library(${name} STATIC ${objs} $<TARGET_OBJECTS:tallyd_proto>)
   target_include_directories(${name} PUBLIC ${CMAKE_SOURCE_DIR}/src
                              $<TARGET_PROPERTY:tallyd_proto,INTERFACE_INCLUDE_DIRECTORIES>)
-  target_link_libraries(${name} PUBLIC SQLite::SQLite3 ${PUGIXML_LIB} ${NANOPB_LIB} Threads::Threads)
+  target_link_libraries(${name} PUBLIC SQLite::SQLite3 ${PUGIXML_LIB} ${NANOPB_LIB} Threads::Threads
+                        ${CMAKE_DL_LIBS})
 endfunction()
 
 # tallyd_nanopb(target proto options): generate the nanopb C sources of one
