@@ -20,14 +20,18 @@
 #include "eloop/eloop.h"
 #include "entity/dict.h"
 #include "ipc/dispatch.h"
+#include "support/crashdump.h"
 
 namespace {
 
-// On the controller the system creates /var/run/tac; in a fresh sandbox root
-// nobody has, and the pid file and the sockets need it.
-void make_run_dir() {
+// On the controller the system provides /var/run/tac (for the pid file and
+// the sockets) and /etc/corvane (where the crash handler makes its dump
+// directory); in a fresh sandbox root nobody has made them.
+void make_system_dirs() {
     std::error_code ec;
     std::filesystem::create_directories(tallyd_path(TALLYD_RUN_DIR), ec);
+    std::filesystem::create_directories(
+        std::filesystem::path(tallyd_path(CRASHDUMP_DIR)).parent_path(), ec);
 }
 
 void start_up() {
@@ -44,7 +48,8 @@ void start_up() {
     tallyd_provision_port_file();
     if (tallyd_init_avp_db(&tallyd_db_set) != 0) perror("Failed to init DB\n");
     tallyd_load_dictionaries(&tallyd_sys_info);
-    make_run_dir();
+    make_system_dirs();
+    crashdump_init("tallyd");
     tallyd_write_pid_file(tallyd_path(TALLYD_PID_FILE).c_str());
 }
 
