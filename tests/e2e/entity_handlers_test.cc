@@ -53,18 +53,6 @@ std::string sql(const std::string &file, const std::string &statement) {
     return out;
 }
 
-// Output and exit status of a tool of the build run through the shell.
-std::pair<std::string, int> run_tool(const std::string &command) {
-    std::string cmd = std::string(TALLYD_BIN_DIR) + "/" + command;
-    FILE *p = popen(cmd.c_str(), "r");
-    if (!p) return {"", -1};
-    std::string out;
-    char buf[512];
-    while (size_t n = std::fread(buf, 1, sizeof buf, p)) out.append(buf, n);
-    int status = pclose(p);
-    return {out, WIFEXITED(status) ? WEXITSTATUS(status) : -1};
-}
-
 // What tallyctl prints for a datagram sent that has no reply.
 bool sent(const std::string &out) {
     return out.rfind("sent 0x", 0) == 0 && out.find("no reply") != std::string::npos;

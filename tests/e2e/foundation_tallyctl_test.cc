@@ -1,14 +1,13 @@
 // tallyctl: its parsing, and the binary against a running and a stopped
 // daemon.
 #include <gtest/gtest.h>
-#include <sys/wait.h>
 
-#include <cstdio>
 #include <string>
 
 #include "client.h"
 #include "ipc/msg_layout.h"
 #include "support/daemon.h"
+#include "support/e2e_util.h"
 
 namespace {
 
@@ -19,16 +18,8 @@ struct run_result {
 
 // Runs build/tallyctl with args (root given) and collects stdout and stderr.
 run_result tallyctl(const std::string &root, const std::string &args) {
-    std::string cmd =
-        std::string(TALLYD_BIN_DIR) + "/tallyctl --root '" + root + "' " + args + " 2>&1";
-    run_result r{-1, ""};
-    FILE *p = popen(cmd.c_str(), "r");
-    if (!p) return r;
-    char buf[512];
-    while (fgets(buf, sizeof buf, p)) r.out += buf;
-    int st = pclose(p);
-    r.status = WIFEXITED(st) ? WEXITSTATUS(st) : -1;
-    return r;
+    auto [out, status] = run_tool("tallyctl --root '" + root + "' " + args + " 2>&1");
+    return {status, out};
 }
 
 TEST(TallyctlClient, ParsesIdsPayloadsAndSockets) {

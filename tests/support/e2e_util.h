@@ -1,14 +1,18 @@
-// Small helpers of the end-to-end tests: whole-file text I/O and waiting for
-// a condition that a running daemon makes true.
+// Small helpers of the end-to-end tests: whole-file text I/O, running a tool
+// of the build, and waiting for a condition that a running daemon makes true.
 #pragma once
 
+#include <sys/wait.h>
+
 #include <chrono>
+#include <cstdio>
 #include <filesystem>
 #include <fstream>
 #include <functional>
 #include <iterator>
 #include <string>
 #include <thread>
+#include <utility>
 
 inline std::string read_text(const std::string &path) {
     std::ifstream in(path);
@@ -19,6 +23,19 @@ inline std::string read_text(const std::string &path) {
 inline void write_text(const std::string &path, const std::string &text) {
     std::filesystem::create_directories(std::filesystem::path(path).parent_path());
     std::ofstream(path) << text;
+}
+
+// Runs a tool of the build (TALLYD_BIN_DIR/<command>, through the shell):
+// its standard output and exit status (-1 when it did not exit).
+inline std::pair<std::string, int> run_tool(const std::string &command) {
+    std::string cmd = std::string(TALLYD_BIN_DIR) + "/" + command;
+    FILE *p = popen(cmd.c_str(), "r");
+    if (!p) return {"", -1};
+    std::string out;
+    char buf[512];
+    while (size_t n = std::fread(buf, 1, sizeof buf, p)) out.append(buf, n);
+    int status = pclose(p);
+    return {out, WIFEXITED(status) ? WEXITSTATUS(status) : -1};
 }
 
 // Polls done every 50 ms until it holds or timeout_ms have passed; the
