@@ -37,6 +37,10 @@ int tallyctl_cmd_stat0a(const tallyctl_ctx &ctx, const std::vector<std::string> 
 int tallyctl_cmd_ids(const tallyctl_ctx &ctx, const std::vector<std::string> &args);
 int tallyctl_cmd_tables(const tallyctl_ctx &ctx, const std::vector<std::string> &args);
 
+// The newest crash report and the list of kept ones (cmd_crash.cc); exit
+// status 1 when there is none.
+int tallyctl_cmd_crash(const tallyctl_ctx &ctx, const std::vector<std::string> &args);
+
 // Sends a finished datagram on a socket and prints what happened (and each
 // reply) as text or JSON; waits wait_ms for a first reply (-1: long enough
 // for a report when the id is a report request, briefly otherwise).

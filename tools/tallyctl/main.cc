@@ -35,6 +35,9 @@ constexpr tallyctl_command kCommands[] = {
      "[ap|ssid|apgroup|dvcinfo]\n      print a dictionary as the repository holds it"},
     {"tables", tallyctl_cmd_tables,
      "\n      every table of every database file: rows and newest time (read-only)"},
+    {"crash", tallyctl_cmd_crash,
+     "\n      the newest crash report of tallyd, then every kept one with its crash\n"
+     "      time; exit 1 when there is none"},
     {"help", help, "\n      this text"},
 };
 
