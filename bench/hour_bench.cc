@@ -17,11 +17,12 @@
 #include "base/path.h"
 #include "base/sys_info.h"
 #include "db/db_files.h"
+#include "db/db_fresh.h"
 #include "db/db_set.h"
 #include "db/schema.h"
 #include "db/sql.h"
 #include "eloop/eloop.h"
-#include "flow/tasks.h"
+#include "flow/hour_task.h"
 #include "support/bench_util.h"
 #include "support/flow_workload.h"
 

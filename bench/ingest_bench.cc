@@ -27,7 +27,7 @@
 #include "entity/dict.h"
 #include "flow/ingest.h"
 #include "flow/ingest_stream.h"
-#include "flow/ingest_writer.h"
+#include "sim/arc_writer.h"
 #include "support/bench_util.h"
 #include "support/flow_workload.h"
 

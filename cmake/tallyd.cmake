@@ -5,21 +5,17 @@ set(TALLYD_MODULES "" CACHE INTERNAL "")
 
 # tallyd_module(name deps...): every .cc file of src/<name> becomes the object
 # library tallyd_<name>_obj and the static library tallyd_<name>; deps are
-# other module names or plain libraries.
+# other module names or plain libraries, exactly the ones the module's files
+# include (the graph has no cycle, so static linking needs no repetition).
 function(tallyd_module name)
   file(GLOB srcs CONFIGURE_DEPENDS ${CMAKE_SOURCE_DIR}/src/${name}/*.cc)
-  if(NOT srcs)
-    # An empty module still needs a target so that others can depend on it.
-    set(srcs ${CMAKE_SOURCE_DIR}/cmake/empty.cc)
-  endif()
   add_library(tallyd_${name}_obj OBJECT ${srcs})
   target_include_directories(tallyd_${name}_obj PUBLIC ${CMAKE_SOURCE_DIR}/src)
   target_compile_options(tallyd_${name}_obj PRIVATE ${TALLYD_WARNINGS})
   add_library(tallyd_${name} STATIC $<TARGET_OBJECTS:tallyd_${name}_obj>)
   target_include_directories(tallyd_${name} PUBLIC ${CMAKE_SOURCE_DIR}/src)
-  target_link_libraries(tallyd_${name} PUBLIC SQLite::SQLite3 Threads::Threads)
   foreach(dep ${ARGN})
-    if(dep MATCHES "^(base|eloop|ipc|platform|db|entity|events|flow|reports|support|core)$")
+    if(TARGET tallyd_${dep})
       target_link_libraries(tallyd_${name} PUBLIC tallyd_${dep})
     elseif(TARGET ${dep})
       # Generated code (the flow messages): its headers must exist before
@@ -30,7 +26,6 @@ function(tallyd_module name)
       target_link_libraries(tallyd_${name} PUBLIC ${dep})
     endif()
   endforeach()
-  set_property(TARGET tallyd_${name} PROPERTY LINK_INTERFACE_MULTIPLICITY 3)
   set(TALLYD_MODULES ${TALLYD_MODULES} ${name} CACHE INTERNAL "")
 endfunction()
 
@@ -43,8 +38,7 @@ function(tallyd_all_library name)
   add_library(${name} STATIC ${objs} $<TARGET_OBJECTS:tallyd_proto>)
   target_include_directories(${name} PUBLIC ${CMAKE_SOURCE_DIR}/src
                              $<TARGET_PROPERTY:tallyd_proto,INTERFACE_INCLUDE_DIRECTORIES>)
-  target_link_libraries(${name} PUBLIC SQLite::SQLite3 ${PUGIXML_LIB} ${NANOPB_LIB} Threads::Threads
-                        ${CMAKE_DL_LIBS})
+  target_link_libraries(${name} PUBLIC SQLite::SQLite3 ${PUGIXML_LIB} ${NANOPB_LIB} ${CMAKE_DL_LIBS})
 endfunction()
 
 # tallyd_nanopb(target proto options): generate the nanopb C sources of one

@@ -3,8 +3,8 @@
 #include <memory>
 
 #include "db/sql.h"
-#include "flow/ingest_sim.h"
-#include "flow/ingest_writer.h"
+#include "sim/arc_writer.h"
+#include "sim/flow_sim.h"
 
 void bench_flow_workload(std::vector<bench_flow_row> *rows, std::vector<bench_spool_file> *files) {
     flow_sim sim({.aps = kBenchAps,

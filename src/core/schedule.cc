@@ -7,7 +7,11 @@
 #include "db/db_set.h"
 #include "db/sql.h"
 #include "eloop/eloop.h"
-#include "flow/tasks.h"
+#include "flow/backup_task.h"
+#include "flow/day_task.h"
+#include "flow/hour_task.h"
+#include "flow/ingest.h"
+#include "flow/statis_task.h"
 
 namespace {
 

@@ -9,16 +9,17 @@
 #include "base/path.h"
 #include "base/sys_info.h"
 #include "core/instance.h"
-#include "core/platform.h"
 #include "core/port_file.h"
 #include "core/routes.h"
 #include "core/schedule.h"
 #include "core/signals.h"
+#include "core/sizing.h"
 #include "db/db_files.h"
 #include "db/db_set.h"
-#include "db/sql.h"
+#include "db/schema.h"
 #include "eloop/eloop.h"
 #include "entity/dict.h"
+#include "events/ap_wlan_seed.h"
 #include "ipc/dispatch.h"
 #include "support/crashdump.h"
 
@@ -46,6 +47,7 @@ void start_up() {
     tallyd_set_platform_limits(&tallyd_sys_info);
     fflush(stdout);
     tallyd_provision_port_file();
+    tallyd_set_ap_wlan_seeder(tallyd_get_wlan_from_apgrp);
     if (tallyd_init_avp_db(&tallyd_db_set) != 0) perror("Failed to init DB\n");
     tallyd_load_dictionaries(&tallyd_sys_info);
     make_system_dirs();

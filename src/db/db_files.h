@@ -28,15 +28,6 @@ int tallyd_create_avp_backup_hour_db(tallyd_db_set_t *set);
 int tallyd_build_avp_backup_hour_db(tallyd_db_set_t *set);
 int tallyd_create_statistic_db(tallyd_db_set_t *set);
 
-// 1 when /tmp/tallyd/<md5_name> verifies with md5sum -c, else 0; the md5
-// file is removed either way.
-int tallyd_md5_verify(const char *md5_name);
-
-void tallyd_set_db_pragmas(sql_conn &conn);
-
-// Marker row kinds 1-5: the time since which a database holds data.
-void tallyd_insert_timestamp(sql_conn &conn, const char *table, int32_t kind);
-
 // Device paths (not root-prefixed) of the database files.
 inline constexpr const char *TALLYD_DB_MAIN = "/tmp/tallyd/avp_1.0.db";
 inline constexpr const char *TALLYD_DB_TEMP = "/tmp/tallyd/avp_temp.db";

@@ -1,10 +1,9 @@
-// What a freshly created database gets besides its tables: the tuning
-// pragmas and the marker row recording since when it holds data.
+#include "db/db_fresh.h"
+
 #include <cstdio>
 
 #include "base/clock.h"
 #include "base/sys_info.h"
-#include "db/db_files.h"
 #include "db/sql.h"
 
 namespace {

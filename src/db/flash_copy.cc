@@ -1,10 +1,10 @@
-// Verification of the flash copies moved back into RAM at start-up.
+#include "db/flash_copy.h"
+
 #include <cstdio>
 #include <cstring>
 #include <string>
 
 #include "base/path.h"
-#include "db/db_files.h"
 #include "db/db_fs.h"
 
 namespace {

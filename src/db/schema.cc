@@ -3,7 +3,6 @@
 #include <span>
 
 #include "db/sql.h"
-#include "events/ap_wlan_seed.h"
 
 // Every statement keeps one column per line, as the device's statements do;
 // sqlite_master stores these texts verbatim, so they are written once here.
@@ -200,6 +199,8 @@ constexpr const char *kStatisticTables[] = {
 
 constexpr const char *kCreateFailed = "tallyd, sql = %s, aErrMsg = %s\n";
 
+tallyd_ap_wlan_seeder ap_wlan_seeder = nullptr;
+
 // Runs the statements in order; the first failure is logged and ends the run.
 int create_all(sql_conn &conn, std::span<const char *const> statements) {
     if (!conn) return -1;
@@ -231,8 +232,12 @@ int tallyd_create_statis_ap_wlan(sql_conn &statistic_db) {
     if (create_all(statistic_db, statements) != 0) return -1;
     // A new table starts with the WLANs the configuration already gives
     // every AP group, so reports can attribute traffic from the first hour.
-    tallyd_get_wlan_from_apgrp(statistic_db);
+    if (ap_wlan_seeder) ap_wlan_seeder(statistic_db);
     return 0;
+}
+
+void tallyd_set_ap_wlan_seeder(tallyd_ap_wlan_seeder seeder) {
+    ap_wlan_seeder = seeder;
 }
 
 int tallyd_create_statis_ap_chart(sql_conn &statistic_db) {

@@ -50,6 +50,34 @@ int sql_exec_log_msg(sqlite3 *db, const char *sql, const char *fmt, sql_error *e
     return rc;
 }
 
+// The output stops once size - 2 characters are written; a doubled quote
+// that starts just below that limit is completed, so the result holds at most
+// size - 1 characters and fits the caller's buffer with its zero. The working
+// area is as large as the caller's buffer: callers pass up to 148 bytes.
+int tallyd_sql_escape(char *text, int32_t size) {
+    if (!text || size <= 0) return 0;
+    char fixed[256];
+    std::string big;
+    char *work = fixed;
+    if (static_cast<size_t>(size) > sizeof fixed) {
+        big.assign(static_cast<size_t>(size), '\0');
+        work = big.data();
+    }
+    const int32_t len = static_cast<int32_t>(std::strlen(text));
+    int32_t out = 0;
+    for (int32_t in = 0; in < len && out < size - 2; ++in) {
+        if (text[in] == '\'') {
+            work[out++] = '\'';
+            work[out++] = '\'';
+        } else {
+            work[out++] = text[in];
+        }
+    }
+    work[out] = '\0';
+    std::snprintf(text, static_cast<size_t>(size), "%s", work);
+    return 0;
+}
+
 std::string_view sql_literal_value(const char *escaped, char *out, size_t size) {
     if (!std::strchr(escaped, '\'') || size == 0) return escaped;
     size_t n = 0;

@@ -76,6 +76,11 @@ class sql_table {
 // sqlite3_get_table. Returns the SQLite code; fills err (optional).
 int sql_get_table(sqlite3 *db, const char *sql, sql_table &out, sql_error *err = nullptr);
 
+// Doubles every single quote of text in place, never writing past size bytes
+// of the caller's buffer (the result is cut rather than overflow it). Always
+// returns 0.
+int tallyd_sql_escape(char *text, int32_t size);
+
 // What SQLite stores from the literal '<escaped>' of a text whose quotes were
 // doubled (tallyd_sql_escape): every doubled quote read back as one. A view of
 // escaped itself when it holds no quote, else of out (size bytes, cut to fit).

@@ -1,11 +1,11 @@
-// Scratch tables of the top summary report in top_list_db.
+#include "db/top_list.h"
+
 #include <cstdio>
 
 #include "base/log.h"
 #include "base/path.h"
 #include "db/db_files.h"
 #include "db/db_set.h"
-#include "db/schema.h"
 #include "db/sql.h"
 
 namespace {

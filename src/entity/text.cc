@@ -1,8 +1,6 @@
 #include "entity/text.h"
 
-#include <cstdio>
 #include <cstring>
-#include <string>
 
 char *tallyd_str_toupper(char *text) {
     for (char *p = text; p && *p; ++p)
@@ -14,35 +12,6 @@ char *tallyd_str_tolower(char *text) {
     for (char *p = text; p && *p; ++p)
         if (*p >= 'A' && *p <= 'Z') *p = static_cast<char>(*p + 32);
     return text;
-}
-
-// The output stops once size - 2 characters are written; a doubled quote
-// that starts just below that limit is completed, so the result holds at most
-// size - 1 characters and fits the caller's buffer with its zero. The working
-// area is sized from the caller's buffer (the device used a fixed 128 bytes,
-// too small for the callers that pass 148).
-int tallyd_sql_escape(char *text, int32_t size) {
-    if (!text || size <= 0) return 0;
-    char fixed[256];
-    std::string big;
-    char *work = fixed;
-    if (static_cast<size_t>(size) > sizeof fixed) {
-        big.assign(static_cast<size_t>(size), '\0');
-        work = big.data();
-    }
-    const int32_t len = static_cast<int32_t>(std::strlen(text));
-    int32_t out = 0;
-    for (int32_t in = 0; in < len && out < size - 2; ++in) {
-        if (text[in] == '\'') {
-            work[out++] = '\'';
-            work[out++] = '\'';
-        } else {
-            work[out++] = text[in];
-        }
-    }
-    work[out] = '\0';
-    std::snprintf(text, static_cast<size_t>(size), "%s", work);
-    return 0;
 }
 
 int tallyd_mac17_to_mac12(const char *mac17, char *out) {

@@ -1,4 +1,5 @@
-// Text and MAC helpers shared by ingestion, events and reports.
+// Text and MAC helpers shared by ingestion, events and reports (the quote
+// escaping of texts put into SQL is in db/sql.h).
 //
 // All work in place or into caller buffers of the stated minimum size.
 #pragma once
@@ -7,10 +8,6 @@
 
 char *tallyd_str_toupper(char *text);
 char *tallyd_str_tolower(char *text);
-
-// Doubles every single quote of text in place, never writing past size bytes
-// of the caller's buffer. Always returns 0.
-int tallyd_sql_escape(char *text, int32_t size);
 
 // "aa:bb:cc:dd:ee:ff" (any separators) -> "aabbccddeeff"; out >= 13 bytes.
 // -1 when the input is not 17 characters long.

@@ -1,8 +1,5 @@
-// The backup task (every 3587 s): records its run time in last_backup_time
-// and folds the last hour of the hour tables of db into backup_hour_db:
-// applications per SSID into avp_ssid_backup, clients into
-// avp_top_client_backup. When a part fails the whole backup database is
-// replaced by an empty one.
+#include "flow/backup_task.h"
+
 #include "base/clock.h"
 #include "base/sys_info.h"
 #include "db/db_files.h"
@@ -10,7 +7,6 @@
 #include "eloop/eloop.h"
 #include "flow/day_ssid.h"
 #include "flow/hour_rollup.h"
-#include "flow/tasks.h"
 
 namespace {
 

@@ -1,5 +1,5 @@
-// The day task: every 7217 s the backup tables are summed into the day
-// tables of db and a fresh backup database is started.
+#include "flow/day_task.h"
+
 #include "base/clock.h"
 #include "base/sys_info.h"
 #include "db/db_files.h"
@@ -10,7 +10,6 @@
 #include "flow/day_ssid.h"
 #include "flow/hour_rollup.h"
 #include "flow/rollup_stamp.h"
-#include "flow/tasks.h"
 
 namespace {
 

@@ -1,7 +1,5 @@
-// The five-minute rollup task: every 300 s, advance the bucket stamp, keep
-// db under its size limit and its hour tables to the last 59 minutes, roll
-// avp_base up into the three hour tables and empty avp_base only when all
-// three succeeded (a failed run leaves its flows for the next bucket).
+#include "flow/hour_task.h"
+
 #include <string>
 
 #include "base/clock.h"
@@ -13,7 +11,6 @@
 #include "eloop/eloop.h"
 #include "flow/hour_rollup.h"
 #include "flow/rollup_stamp.h"
-#include "flow/tasks.h"
 
 namespace {
 

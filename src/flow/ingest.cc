@@ -20,10 +20,8 @@
 #include "db/sql.h"
 #include "eloop/eloop.h"
 #include "entity/dict.h"
-#include "entity/text.h"
 #include "flow/ingest_sql.h"
 #include "flow/ingest_stream.h"
-#include "flow/tasks.h"
 
 namespace {
 

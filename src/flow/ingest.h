@@ -20,3 +20,8 @@ int tallyd_handle_flow(uint32_t run_time);
 // The same with the clock of the time budget supplied (tests drive the
 // budget through it; the daemon passes tallyd_now).
 int tallyd_handle_flow_clocked(uint32_t run_time, flow_clock_fn clock);
+
+// The flow task as an event-loop timeout callback: re-arms itself (every 59
+// s) first, then ingests the spool with the current time when temp_db is
+// open. Both arguments are passed on to the next run.
+void tallyd_pre_handle_flow(void *eloop_data, void *user_data);

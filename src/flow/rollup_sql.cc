@@ -5,7 +5,6 @@
 
 #include "base/log.h"
 #include "db/recover.h"
-#include "entity/text.h"
 
 int rollup_result(bool malformed, uint32_t mask) {
     if (!malformed) return 0;

@@ -1,13 +1,11 @@
-// The statistics purge task: once every 3595 s, drop daily client statistics
-// older than a day and carry the hour's client identities into the daily
-// table. It ends itself for good once statistic_db is closed.
+#include "flow/statis_task.h"
+
 #include "base/clock.h"
 #include "base/sys_info.h"
 #include "db/db_set.h"
 #include "db/retention.h"
 #include "eloop/eloop.h"
 #include "flow/client_statis.h"
-#include "flow/tasks.h"
 
 namespace {
 

@@ -17,7 +17,7 @@
 #include "base/path.h"
 #include "client.h"
 #include "entity/entity_wire.h"
-#include "flow/ingest_sim.h"
+#include "sim/flow_sim.h"
 #include "support/daemon.h"
 #include "support/e2e_util.h"
 

@@ -10,8 +10,8 @@
 #include <string>
 
 #include "base/path.h"
-#include "flow/ingest_sim.h"
-#include "flow/ingest_writer.h"
+#include "sim/arc_writer.h"
+#include "sim/flow_sim.h"
 #include "support/daemon.h"
 #include "support/e2e_util.h"
 

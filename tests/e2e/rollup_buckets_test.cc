@@ -8,7 +8,7 @@
 #include <memory>
 #include <string>
 
-#include "flow/ingest_sim.h"
+#include "sim/flow_sim.h"
 #include "support/daemon.h"
 #include "support/e2e_util.h"
 

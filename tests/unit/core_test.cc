@@ -10,10 +10,10 @@
 #include "base/path.h"
 #include "base/sys_info.h"
 #include "core/instance.h"
-#include "core/platform.h"
 #include "core/port_file.h"
 #include "core/routes.h"
 #include "core/signals.h"
+#include "core/sizing.h"
 #include "eloop/eloop.h"
 #include "support/test_root.h"
 

@@ -7,7 +7,9 @@
 
 #include "base/sys_info.h"
 #include "db/db_files.h"
+#include "db/db_fresh.h"
 #include "db/schema.h"
+#include "db/top_list.h"
 #include "support/db_test.h"
 
 namespace {
@@ -252,6 +254,21 @@ TEST_F(DbSchema, TopListTablesFollowTheFlagPrecedence) {
     EXPECT_TRUE(logged(LOG_ERR, "tallyd, Incorrect flag = 2\n"));
     EXPECT_EQ(-1, tallyd_drop_top_list_table(0));
     EXPECT_TRUE(logged(LOG_WARNING, "tallyd, Incorrect flag = 0\n"));
+}
+
+TEST_F(DbSchema, TheWlanSeederRunsRightAfterStatisApWlanAndItsIndex) {
+    static std::string seen;
+    seen = "not called";
+    tallyd_set_ap_wlan_seeder([](sql_conn &conn) {
+        seen = query_list(conn, "SELECT name FROM sqlite_master WHERE name LIKE 'statis_ap_%'");
+    });
+    sql_conn conn = open_db(":memory:");
+    EXPECT_EQ(0, tallyd_create_statistic_tables(conn));
+    tallyd_set_ap_wlan_seeder(nullptr);
+    EXPECT_EQ(
+        "statis_ap_h,statis_ap_h_idx,statis_ap_d,statis_ap_d_idx,statis_ap_wlan,"
+        "statis_ap_wlan_idx",
+        seen);
 }
 
 TEST_F(DbSchema, CreatorStopsAtTheFirstFailingStatement) {

@@ -7,33 +7,6 @@
 
 namespace {
 
-// Escapes text in a buffer of exactly size bytes followed by guard bytes, so
-// that a write past the caller's size shows up.
-std::string escape(const std::string &text, int32_t size) {
-    std::string buf(static_cast<size_t>(size) + 16, '#');
-    std::memcpy(buf.data(), text.c_str(), std::min(text.size() + 1, static_cast<size_t>(size)));
-    buf[static_cast<size_t>(size) - 1] = '\0';
-    EXPECT_EQ(0, tallyd_sql_escape(buf.data(), size));
-    EXPECT_EQ(std::string(16, '#'), buf.substr(static_cast<size_t>(size))) << "wrote past size";
-    return buf.c_str();
-}
-
-TEST(SqlEscape, DoublesQuotesWithinTheCallersBound) {
-    EXPECT_EQ("it''s", escape("it's", 64));
-    EXPECT_EQ("ab''", escape("ab'cd", 6));   // stops once size - 2 characters are out
-    EXPECT_EQ("abc", escape("abc'd", 5));    // the limit is reached before the quote
-    EXPECT_EQ("abc''", escape("abc'd", 6));  // a quote at size - 3 is never split
-    EXPECT_EQ("abcdefghijklmn", escape("abcdefghijklmno", 16));
-    EXPECT_EQ("", escape("'", 2));
-
-    // The callers with 148-byte buffers: longer than any fixed 128-byte area.
-    std::string quotes(147, '\'');
-    std::string out = escape(quotes, 148);
-    EXPECT_EQ(std::string(146, '\''), out);
-    std::string mixed = "x" + std::string(146, '\'');
-    EXPECT_EQ(147u, escape(mixed, 148).size());
-}
-
 TEST(MacText, ConversionsCheckLengthAndKeepCase) {
     char out[20];
     std::memset(out, 'z', sizeof out);

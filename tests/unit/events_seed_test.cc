@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include "db/db_files.h"
+#include "db/schema.h"
 #include "events/ap_wlan_seed.h"
 #include "support/db_test.h"
 
@@ -33,6 +34,14 @@ constexpr const char *kWlanGroups = R"(<?xml version="1.0"?>
 
 class EventsSeed : public db_root_test {
    protected:
+    void SetUp() override {
+        db_root_test::SetUp();
+        tallyd_set_ap_wlan_seeder(tallyd_get_wlan_from_apgrp);
+    }
+    void TearDown() override {
+        tallyd_set_ap_wlan_seeder(nullptr);
+        db_root_test::TearDown();
+    }
     void write_lists(bool with_wlangroups) {
         write_file("/etc/corvane/xrepo/apgroup-list.xml", kApGroups);
         if (with_wlangroups) write_file("/etc/corvane/xrepo/wlangroup-list.xml", kWlanGroups);

@@ -1,6 +1,7 @@
 // The backup and day tasks and the per-SSID rollup between them.
+#include "flow/backup_task.h"
 #include "flow/day_ssid.h"
-#include "flow/tasks.h"
+#include "flow/day_task.h"
 #include "flow_rollup_fixture.h"
 
 namespace {

@@ -13,9 +13,9 @@
 #include <string>
 #include <vector>
 
-#include "flow/ingest_sim.h"
 #include "flow/ingest_stream.h"
-#include "flow/ingest_writer.h"
+#include "sim/arc_writer.h"
+#include "sim/flow_sim.h"
 #include "support/test_root.h"
 
 namespace {

@@ -11,7 +11,7 @@
 #include <vector>
 
 #include "flow/ingest_stream.h"
-#include "flow/ingest_writer.h"
+#include "sim/arc_writer.h"
 #include "support/test_root.h"
 
 namespace {

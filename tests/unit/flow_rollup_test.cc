@@ -3,7 +3,7 @@
 #include <random>
 #include <set>
 
-#include "flow/tasks.h"
+#include "flow/hour_task.h"
 #include "flow_rollup_fixture.h"
 
 namespace {

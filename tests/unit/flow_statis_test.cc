@@ -1,6 +1,6 @@
 // The client statistics rollup and the statistics purge task.
 #include "flow/client_statis.h"
-#include "flow/tasks.h"
+#include "flow/statis_task.h"
 #include "flow_rollup_fixture.h"
 
 namespace {

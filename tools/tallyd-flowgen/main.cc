@@ -15,8 +15,8 @@
 
 #include "base/clock.h"
 #include "base/path.h"
-#include "flow/ingest_sim.h"
-#include "flow/ingest_writer.h"
+#include "sim/arc_writer.h"
+#include "sim/flow_sim.h"
 
 namespace {
 

@@ -1,4 +1,4 @@
-#include "core/platform.h"
+#include "core/sizing.h"
 
 #include <strings.h>
 

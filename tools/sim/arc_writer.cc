@@ -1,4 +1,4 @@
-#include "flow/ingest_writer.h"
+#include "sim/arc_writer.h"
 
 #include <pb_encode.h>
 #include <unistd.h>

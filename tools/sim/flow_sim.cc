@@ -1,4 +1,4 @@
-#include "flow/ingest_sim.h"
+#include "sim/flow_sim.h"
 
 #include <algorithm>
 #include <cmath>
