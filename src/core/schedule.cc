@@ -12,45 +12,75 @@
 #include "flow/hour_task.h"
 #include "flow/ingest.h"
 #include "flow/statis_task.h"
+#include "flow/tasks.h"
 
 namespace {
 
-// The periods are odd on purpose, so that the rollups rarely fall due in the
-// same loop pass; they must stay exactly these values.
+// Kinds 2 and 3 are accepted, though no task uses them.
+constexpr int32_t kWeekPeriod = 43243;
+constexpr int32_t kMonthPeriod = 172879;
+
 int32_t period_of(int32_t kind) {
     switch (kind) {
         case TALLYD_PERIOD_HOUR:
-            return 300;
+            return tallyd_task_period(tallyd_task::hour);
         case TALLYD_PERIOD_DAY:
-            return 7217;
+            return tallyd_task_period(tallyd_task::day);
         case TALLYD_PERIOD_WEEK:
-            return 43243;
+            return kWeekPeriod;
         case TALLYD_PERIOD_MONTH:
-            return 172879;
+            return kMonthPeriod;
         case TALLYD_PERIOD_BACKUP:
-            return 3587;
+            return tallyd_task_period(tallyd_task::backup);
         case TALLYD_PERIOD_STATIS:
-            return 3595;
+            return tallyd_task_period(tallyd_task::statis);
         default:
             return 0;
     }
 }
 
+// One task as the schedule arms it: the first run after a fixed delay (its
+// period) or, for the rollups, after the remanent time of the newest row of
+// a table, so that a restart keeps the phase of the stored buckets.
+struct schedule_entry {
+    tallyd_task task;
+    eloop_timeout_handler run;
+    int32_t kind;                   // period kind; -1 for a fixed first delay
+    sql_conn tallyd_db_set_t::*db;  // where the newest row is
+    tallyd_table newest;
+};
+
+// Registration order.
+constexpr schedule_entry kSchedule[] = {
+    {tallyd_task::flow, tallyd_pre_handle_flow, -1, nullptr, tallyd_table::avp_base},
+    {tallyd_task::hour, tallyd_pre_handle_hour, TALLYD_PERIOD_HOUR, &tallyd_db_set_t::db,
+     tallyd_table::avp_top_client_hour},
+    {tallyd_task::backup, tallyd_pre_backup_day, TALLYD_PERIOD_BACKUP,
+     &tallyd_db_set_t::backup_hour_db, tallyd_table::avp_top_client_backup},
+    {tallyd_task::statis, tallyd_pre_handle_statis, TALLYD_PERIOD_STATIS,
+     &tallyd_db_set_t::statistic_db, tallyd_table::statis_client_d},
+    {tallyd_task::day, tallyd_pre_handle_day, TALLYD_PERIOD_DAY, &tallyd_db_set_t::db,
+     tallyd_table::avp_top_client_day},
+};
+
 // A remanent time of 0 (unknown kind) would fire at once; the full period is
-// used instead. -1 (database not open) is deliberately kept as it is.
-int32_t first_delay(int32_t kind, sql_conn &conn, const char *table) {
-    int32_t t = tallyd_get_remanent_time(kind, conn, table);
-    return t == 0 ? period_of(kind) : t;
+// used instead. -1 (database not open) is deliberately kept as it is: the
+// task fires in the first pass and finds its database missing.
+int32_t first_delay(const schedule_entry &e) {
+    if (e.kind < 0) return tallyd_task_period(e.task);
+    int32_t t = tallyd_get_remanent_time(e.kind, tallyd_db_set.*e.db, e.newest);
+    return t == 0 ? period_of(e.kind) : t;
 }
 
 }  // namespace
 
-int32_t tallyd_get_remanent_time(int32_t kind, sql_conn &conn, const char *table) {
-    if (!conn || !table) return -1;
+int32_t tallyd_get_remanent_time(int32_t kind, sql_conn &conn, tallyd_table table) {
+    if (!conn) return -1;
     uint32_t now = tallyd_now();
 
     char sql[128];
-    std::snprintf(sql, sizeof sql, "SELECT time FROM %s ORDER by time DESC LIMIT 1", table);
+    std::snprintf(sql, sizeof sql, "SELECT time FROM %s ORDER by time DESC LIMIT 1",
+                  tallyd_table_name(table));
     sql_table result;
     sql_error err;
     if (sql_get_table(conn.get(), sql, result, &err) != SQLITE_OK)
@@ -69,16 +99,7 @@ int32_t tallyd_get_remanent_time(int32_t kind, sql_conn &conn, const char *table
 }
 
 int tallyd_register_eloop_timer() {
-    eloop_register_timeout(59, 0, tallyd_pre_handle_flow, nullptr, nullptr);
-    eloop_register_timeout(first_delay(TALLYD_PERIOD_HOUR, tallyd_db_set.db, "avp_top_client_hour"),
-                           0, tallyd_pre_handle_hour, nullptr, nullptr);
-    eloop_register_timeout(
-        first_delay(TALLYD_PERIOD_BACKUP, tallyd_db_set.backup_hour_db, "avp_top_client_backup"), 0,
-        tallyd_pre_backup_day, nullptr, nullptr);
-    eloop_register_timeout(
-        first_delay(TALLYD_PERIOD_STATIS, tallyd_db_set.statistic_db, "statis_client_d"), 0,
-        tallyd_pre_handle_statis, nullptr, nullptr);
-    eloop_register_timeout(first_delay(TALLYD_PERIOD_DAY, tallyd_db_set.db, "avp_top_client_day"),
-                           0, tallyd_pre_handle_day, nullptr, nullptr);
+    for (const schedule_entry &e : kSchedule)
+        eloop_register_timeout(first_delay(e), 0, e.run, nullptr, nullptr);
     return 0;
 }

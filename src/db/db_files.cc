@@ -74,14 +74,14 @@ int build_main(tallyd_db_set_t *set, const std::string &ram) {
     }
     tallyd_set_db_pragmas(set->db);
     if (tallyd_create_main_tables(set->db) != 0) return SQLITE_ERROR;
-    tallyd_insert_timestamp(set->db, "avp_top_client_day", 1);
+    tallyd_insert_timestamp(set->db, tallyd_table::avp_top_client_day, 1);
     return SQLITE_OK;
 }
 
 // A new file at ram in conn (closed and removed first): tables, then the
 // marker row. Returns the open result; conn is closed when the open failed.
 int build_fresh(sql_conn &conn, const std::string &ram, int (*create_tables)(sql_conn &),
-                const char *marker_table, int32_t marker_kind) {
+                tallyd_table marker_table, int32_t marker_kind) {
     conn.close();
     db_fs_rm_rf(ram);
     int rc = tallyd_db_open(ram, kOpenCreate, conn);
@@ -144,8 +144,8 @@ int tallyd_create_avp_flash_db(tallyd_db_set_t *set) {
     }
     tallyd_set_db_pragmas(set->db_flash);
     if (tallyd_create_flash_tables(set->db_flash) != 0) return SQLITE_ERROR;
-    tallyd_insert_timestamp(set->db_flash, "avp_ssid_month", 3);
-    tallyd_insert_timestamp(set->db_flash, "avp_ssid_week", 2);
+    tallyd_insert_timestamp(set->db_flash, tallyd_table::avp_ssid_month, 3);
+    tallyd_insert_timestamp(set->db_flash, tallyd_table::avp_ssid_week, 2);
     return SQLITE_OK;
 }
 
@@ -180,7 +180,7 @@ int tallyd_build_avp_backup_hour_db(tallyd_db_set_t *set) {
     if (!set) return -1;
     std::string ram = db_fs_db_path(TALLYD_RAM_DIR, kBackupBase);
     int rc = build_fresh(set->backup_hour_db, ram, tallyd_create_backup_tables,
-                         "avp_top_client_backup", 4);
+                         tallyd_table::avp_top_client_backup, 4);
     if (!set->backup_hour_db) std::puts("Failed to create temporary backup_hour_db.db");
     return rc;
 }
@@ -203,8 +203,8 @@ int tallyd_create_statistic_db(tallyd_db_set_t *set) {
         tallyd_beta_migration_ap_wlan(set->statistic_db);
         return 0;
     }
-    int rc =
-        build_fresh(set->statistic_db, ram, tallyd_create_statistic_tables, "statis_client_d", 5);
+    int rc = build_fresh(set->statistic_db, ram, tallyd_create_statistic_tables,
+                         tallyd_table::statis_client_d, 5);
     if (!set->statistic_db) std::printf("Failed to create statistic.db,  rc = %d\n", rc);
     return 0;
 }

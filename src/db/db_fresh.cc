@@ -42,8 +42,9 @@ void tallyd_set_db_pragmas(sql_conn &conn) {
     sql_exec_log_msg(conn.get(), sql, "tallyd, PRAGMA set cache_size failed\n");
 }
 
-void tallyd_insert_timestamp(sql_conn &conn, const char *table, int32_t kind) {
-    if (!conn || !table) return;
+void tallyd_insert_timestamp(sql_conn &conn, tallyd_table table, int32_t kind) {
+    if (!conn) return;
+    const char *name = tallyd_table_name(table);
     // "%lu" of a 32-bit time, "%llu" of a zero counter, as the device prints.
     unsigned long now = tallyd_now();
     unsigned long long zero = 0;
@@ -51,14 +52,14 @@ void tallyd_insert_timestamp(sql_conn &conn, const char *table, int32_t kind) {
     switch (kind) {
         case 1:
         case 4:
-            std::snprintf(sql, sizeof sql, kMarkerClient, table, now, kMarkerKey, 0, 0, zero);
+            std::snprintf(sql, sizeof sql, kMarkerClient, name, now, kMarkerKey, 0, 0, zero);
             break;
         case 2:
         case 3:
-            std::snprintf(sql, sizeof sql, kMarkerApp, table, now, kMarkerKey, 0, 0, zero, zero, 0);
+            std::snprintf(sql, sizeof sql, kMarkerApp, name, now, kMarkerKey, 0, 0, zero, zero, 0);
             break;
         case 5:
-            std::snprintf(sql, sizeof sql, kMarkerStatis, table, now, kMarkerKey);
+            std::snprintf(sql, sizeof sql, kMarkerStatis, name, now, kMarkerKey);
             break;
         default:
             return;

@@ -5,6 +5,7 @@
 #include <cstdint>
 
 #include "db/sql.h"
+#include "db/tables.h"
 
 // PRAGMA auto_vacuum = 1 (before the first table, so that deletions give
 // pages back to the file system) and a cache size by platform class; each
@@ -15,4 +16,4 @@ void tallyd_set_db_pragmas(sql_conn &conn);
 // keyed "---" stamped now. Kinds 1 and 4 suit the top-client tables, 2 and 3
 // the application tables, 5 the client statistics; other kinds and a closed
 // connection write nothing. A failure is logged.
-void tallyd_insert_timestamp(sql_conn &conn, const char *table, int32_t kind);
+void tallyd_insert_timestamp(sql_conn &conn, tallyd_table table, int32_t kind);

@@ -21,25 +21,25 @@ constexpr const char *kDeleteAll = "DELETE FROM %s";
 // and does nothing. The device's build reacts to it after every purge.
 constexpr int kPurgeFileControl = 230437;
 
-constexpr const char *kClientCurve[] = {"avp_curve_client", "avp_app_client_hour"};
-constexpr const char *kHour[] = {"avp_top_client_hour", "avp_ap_ssid_hour", "avp_all_group_hour"};
-constexpr const char *kDay[] = {"avp_ap_day", "avp_ssid_day", "avp_top_client_day"};
-constexpr const char *kWeek[] = {"avp_ap_week", "avp_ssid_week"};
-constexpr const char *kMonth[] = {"avp_ap_month", "avp_ssid_month"};
-constexpr const char *kBackup[] = {"avp_top_client_backup", "avp_ap_backup", "avp_ssid_backup"};
-constexpr const char *kStatisHourly[] = {"statis_ap_h", "statis_client_h", "statis_client_info_h"};
-constexpr const char *kStatisDaily[] = {"statis_ap_d", "statis_client_d", "statis_client_info_d",
-                                        "statis_ap_wlan"};
+using enum tallyd_table;
+constexpr tallyd_table kClientCurve[] = {avp_curve_client, avp_app_client_hour};
+constexpr tallyd_table kHour[] = {avp_top_client_hour, avp_ap_ssid_hour, avp_all_group_hour};
+constexpr tallyd_table kDay[] = {avp_ap_day, avp_ssid_day, avp_top_client_day};
+constexpr tallyd_table kWeek[] = {avp_ap_week, avp_ssid_week};
+constexpr tallyd_table kMonth[] = {avp_ap_month, avp_ssid_month};
+constexpr tallyd_table kBackup[] = {avp_top_client_backup, avp_ap_backup, avp_ssid_backup};
+constexpr tallyd_table kStatisHourly[] = {statis_ap_h, statis_client_h, statis_client_info_h};
+constexpr tallyd_table kStatisDaily[] = {statis_ap_d, statis_client_d, statis_client_info_d,
+                                         statis_ap_wlan};
 
-// The masks stay as the device has them: hour, day and backup purges rebuild
-// nothing, and week and month purges rebuild db rather than db_flash.
-constexpr uint32_t kMaskNone = 0;
-constexpr uint32_t kMaskDb = 1;
+// A damaged table met by the hour, day or backup purges rebuilds nothing; one
+// met by the week or month purges rebuilds db, not db_flash.
+constexpr uint32_t kMaskFlashPurge = TALLYD_RECOVER_DB;
 
 // Deletes from every table in order; stops at the first failure.
-int purge_group(std::span<const char *const> tables, uint32_t cut, sql_conn &conn, uint32_t mask) {
+int purge_group(std::span<const tallyd_table> tables, uint32_t cut, sql_conn &conn, uint32_t mask) {
     if (!conn) return -1;
-    for (const char *table : tables) {
+    for (tallyd_table table : tables) {
         int rc = tallyd_delete_by_time(table, cut, conn, mask);
         if (rc != 0) return rc;
     }
@@ -53,19 +53,19 @@ bool needs_recovery(const sql_error &err) {
 
 }  // namespace
 
-int tallyd_delete_by_time(const char *table, uint32_t cut, sql_conn &conn, uint32_t mask) {
-    if (!table) return -1;
+int tallyd_delete_by_time(tallyd_table table, uint32_t cut, sql_conn &conn, uint32_t mask) {
     unsigned long now = tallyd_now();
+    const char *name = tallyd_table_name(table);
     sql_error err;
     // A failed statement leaves the transaction open: nothing rolls back.
     if (sql_exec_log_msg(conn.get(), "BEGIN TRANSACTION",
                          "tallyd, delete record BEGIN,  aErrMsg = %s\n", &err) == SQLITE_OK) {
         char sql[128];
         if (cut != 0)
-            std::snprintf(sql, sizeof sql, kDeleteTimed, table, static_cast<unsigned long>(cut),
+            std::snprintf(sql, sizeof sql, kDeleteTimed, name, static_cast<unsigned long>(cut),
                           now);
         else
-            std::snprintf(sql, sizeof sql, kDeleteAll, table);
+            std::snprintf(sql, sizeof sql, kDeleteAll, name);
         if (sql_exec_log(conn.get(), sql, "tallyd, value = %s, aErrMsg = %s\n", &err) ==
                 SQLITE_OK &&
             sql_exec_log_msg(conn.get(), "COMMIT TRANSACTION",
@@ -77,32 +77,32 @@ int tallyd_delete_by_time(const char *table, uint32_t cut, sql_conn &conn, uint3
 }
 
 int tallyd_purge_client_curve(uint32_t cut, sql_conn &db) {
-    return purge_group(kClientCurve, cut, db, kMaskNone);
+    return purge_group(kClientCurve, cut, db, TALLYD_RECOVER_NONE);
 }
 
 int tallyd_purge_hour(uint32_t cut, sql_conn &db) {
-    return purge_group(kHour, cut, db, kMaskNone);
+    return purge_group(kHour, cut, db, TALLYD_RECOVER_NONE);
 }
 
 int tallyd_purge_day(uint32_t cut, sql_conn &db) {
-    return purge_group(kDay, cut, db, kMaskNone);
+    return purge_group(kDay, cut, db, TALLYD_RECOVER_NONE);
 }
 
 int tallyd_purge_week(uint32_t cut, sql_conn &db_flash) {
-    return purge_group(kWeek, cut, db_flash, kMaskDb);
+    return purge_group(kWeek, cut, db_flash, kMaskFlashPurge);
 }
 
 int tallyd_purge_month(uint32_t cut, sql_conn &db_flash) {
-    return purge_group(kMonth, cut, db_flash, kMaskDb);
+    return purge_group(kMonth, cut, db_flash, kMaskFlashPurge);
 }
 
 int tallyd_purge_backup(uint32_t cut, sql_conn &backup_hour_db) {
-    return purge_group(kBackup, cut, backup_hour_db, kMaskNone);
+    return purge_group(kBackup, cut, backup_hour_db, TALLYD_RECOVER_NONE);
 }
 
 int tallyd_purge_statistic(uint32_t cut, sql_conn &statistic_db, int32_t period) {
-    if (period == 7200) return purge_group(kStatisHourly, cut, statistic_db, kMaskNone);
-    if (period == 86400) return purge_group(kStatisDaily, cut, statistic_db, kMaskNone);
+    if (period == 7200) return purge_group(kStatisHourly, cut, statistic_db, TALLYD_RECOVER_NONE);
+    if (period == 86400) return purge_group(kStatisDaily, cut, statistic_db, TALLYD_RECOVER_NONE);
     return -1;
 }
 

@@ -11,8 +11,9 @@
 #include <cstdint>
 
 #include "db/sql.h"
+#include "db/tables.h"
 
-int tallyd_delete_by_time(const char *table, uint32_t cut, sql_conn &conn, uint32_t mask);
+int tallyd_delete_by_time(tallyd_table table, uint32_t cut, sql_conn &conn, uint32_t mask);
 
 // Purge groups on their own connection (closed connection: -1).
 int tallyd_purge_client_curve(uint32_t cut, sql_conn &db);  // avp_curve_client, avp_app_client_hour

@@ -13,6 +13,7 @@
 
 #include <sqlite3.h>
 
+#include <cstddef>
 #include <cstdint>
 #include <functional>
 #include <string>
@@ -85,6 +86,46 @@ int tallyd_sql_escape(char *text, int32_t size);
 // doubled (tallyd_sql_escape): every doubled quote read back as one. A view of
 // escaped itself when it holds no quote, else of out (size bytes, cut to fit).
 std::string_view sql_literal_value(const char *escaped, char *out, size_t size);
+
+// One statement written once, as the daemon prints it: "... VALUES(%lu,
+// '%s', %d)". printed() is that format, for the text a failure log shows;
+// bound() is the same statement with one ? for every value (a quoted '%s'
+// and every number conversion: %d, %u, %lu, %llu), for preparing. A bare %s,
+// a table name, stays in both for the caller to print in first. Built at
+// compile time from the literal: sql_form kInsert("INSERT ...");
+template <size_t N>
+class sql_form {
+   public:
+    consteval sql_form(const char (&printed)[N]) {
+        for (size_t i = 0; i < N; ++i) printed_[i] = printed[i];
+        size_t out = 0;
+        for (size_t i = 0; i < N; ++i) {
+            const char c = printed[i];
+            const char next = i + 1 < N ? printed[i + 1] : '\0';
+            if (c == '\'' && next == '%' && i + 3 < N && printed[i + 2] == 's' &&
+                printed[i + 3] == '\'') {
+                bound_[out++] = '?';  // a quoted text
+                i += 3;
+            } else if (c == '%' && (next == '%' || next == 's')) {
+                bound_[out++] = c;  // "%%", or a table name
+                bound_[out++] = next;
+                ++i;
+            } else if (c == '%') {
+                while (i + 1 < N && printed[i + 1] == 'l') ++i;  // %lu, %llu
+                ++i;                                             // the conversion
+                bound_[out++] = '?';
+            } else {
+                bound_[out++] = c;
+            }
+        }
+    }
+    constexpr const char *printed() const { return printed_; }
+    constexpr const char *bound() const { return bound_; }
+
+   private:
+    char printed_[N] = {};
+    char bound_[N] = {};
+};
 
 // A prepared statement, finalized on destruction.
 //

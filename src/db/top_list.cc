@@ -7,6 +7,7 @@
 #include "db/db_files.h"
 #include "db/db_set.h"
 #include "db/sql.h"
+#include "db/tables.h"
 
 namespace {
 
@@ -28,16 +29,16 @@ constexpr uint32_t kFlagSsid = 0x1000;
 
 struct top_list {
     uint32_t bit;
-    const char *name;
+    tallyd_table table;
     const char *create;
 };
 
 // Test order of the flag bits: the first bit set chooses the table.
 constexpr top_list kLists[] = {
-    {kFlagClient, "top_client_list", kTopClientList},
-    {kFlagSsid, "top_ssid_list", kTopSsidList},
-    {kFlagAp, "top_ap_list", kTopApList},
-    {kFlagApp, "top_app_list", kTopAppList},
+    {kFlagClient, tallyd_table::top_client_list, kTopClientList},
+    {kFlagSsid, tallyd_table::top_ssid_list, kTopSsidList},
+    {kFlagAp, tallyd_table::top_ap_list, kTopApList},
+    {kFlagApp, tallyd_table::top_app_list, kTopAppList},
 };
 
 const top_list *choose(uint32_t flag) {
@@ -67,9 +68,9 @@ int create_logged(const char *sql) {
     return -1;
 }
 
-int drop(const char *table) {
+int drop(tallyd_table table) {
     char sql[128];
-    std::snprintf(sql, sizeof sql, "DROP TABLE %s", table);
+    std::snprintf(sql, sizeof sql, "DROP TABLE %s", tallyd_table_name(table));
     return sql_exec(tallyd_db_set.top_list_db.get(), sql) == SQLITE_OK ? 0 : -1;
 }
 
@@ -93,11 +94,12 @@ int tallyd_drop_top_list_table(uint32_t flag) {
         tallyd_log(LOG_WARNING, "tallyd, Incorrect flag = %d\n", static_cast<int32_t>(flag));
         return -1;
     }
-    if (drop(l->name) != 0) {
-        tallyd_log(LOG_ERR, "tallyd, Failed to drop table, tab = %s\n", l->name);
+    if (drop(l->table) != 0) {
+        tallyd_log(LOG_ERR, "tallyd, Failed to drop table, tab = %s\n",
+                   tallyd_table_name(l->table));
         return -1;
     }
-    if (needs_total_clients(flag) && drop("total_client_list") != 0) {
+    if (needs_total_clients(flag) && drop(tallyd_table::total_client_list) != 0) {
         tallyd_log(LOG_ERR, "tallyd, Failed to drop table total_client_list\n");
         return -1;
     }

@@ -11,12 +11,10 @@
 
 namespace {
 
-// The statement as the device formats it (and as failures show it), and the
-// same statement with the values bound so that no MAC text can change it.
-constexpr const char *kSetHostFmt =
-    "UPDATE statis_client_info_h SET time=%lu, host_name='%s' WHERE client_mac='%s'";
-constexpr const char *kSetHostSql =
-    "UPDATE statis_client_info_h SET time=?1, host_name=?2 WHERE client_mac=?3";
+// Run with its values bound, so that no MAC text can change it; printed with
+// them when it fails.
+constexpr sql_form kSetHost(
+    "UPDATE statis_client_info_h SET time=%lu, host_name='%s' WHERE client_mac='%s'");
 
 }  // namespace
 
@@ -36,11 +34,12 @@ void tallyd_set_sta_hostname(const char *mac, const char *name) {
     const bool reset = name[0] == '\0';
     const char *stored = reset ? "" : "#";
     char sql[128];
-    std::snprintf(sql, sizeof sql, kSetHostFmt, static_cast<unsigned long>(now), stored, mac);
+    std::snprintf(sql, sizeof sql, kSetHost.printed(), static_cast<unsigned long>(now), stored,
+                  mac);
     if (reset) tallyd_log(LOG_NOTICE, "tallyd, set default host name");
 
     sql_error err;
-    sql_stmt st = sql_prepare(tallyd_db_set.statistic_db.get(), kSetHostSql, &err);
+    sql_stmt st = sql_prepare(tallyd_db_set.statistic_db.get(), kSetHost.bound(), &err);
     if (st) {
         st.bind(1, int64_t{now});
         st.bind(2, std::string_view(stored));

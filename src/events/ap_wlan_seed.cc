@@ -8,13 +8,9 @@
 
 namespace {
 
-constexpr const char *kInsertRow =
+constexpr sql_form kInsertRow(
     "INSERT INTO statis_ap_wlan(time, ap_id, wlan_id, apgrp_id, wlangrp_id) \n"
-    "VALUES(?, ?, ?, ?, ?)";
-// The same statement as the log shows it.
-constexpr const char *kInsertRowText =
-    "INSERT INTO statis_ap_wlan(time, ap_id, wlan_id, apgrp_id, wlangrp_id) \n"
-    "VALUES(%lu, %d, %d, %d, %d)";
+    "VALUES(%lu, %d, %d, %d, %d)");
 
 constexpr const char *kCaller = "tallyd_get_wlan_from_apgrp";
 
@@ -27,7 +23,7 @@ xnode *find_wlan_group(xnode *wlangroup_list, int32_t wlangrp_id) {
 void log_insert_failure(int32_t ap_id, int32_t w, int32_t apgrp_id, int32_t wlangrp_id,
                         const sql_error &err) {
     char sql[256];
-    std::snprintf(sql, sizeof sql, kInsertRowText, 0UL, ap_id, w, apgrp_id, wlangrp_id);
+    std::snprintf(sql, sizeof sql, kInsertRow.printed(), 0UL, ap_id, w, apgrp_id, wlangrp_id);
     tallyd_log(LOG_ERR, "tallyd, value = %s, aErrMsg = %s\n", sql, err.text.c_str());
 }
 
@@ -89,7 +85,7 @@ int tallyd_insert_ap_wlan_rows(sql_conn &statistic_db, int32_t ap_id, int32_t ap
     sql_stmt *stmt = nullptr;
     for (int32_t w = 1; w <= TALLYD_WLAN_MAX; ++w) {
         if (!set[static_cast<size_t>(w - 1)]) continue;
-        if (!stmt && !(stmt = statistic_db.cached(kInsertRow, &err))) {
+        if (!stmt && !(stmt = statistic_db.cached(kInsertRow.bound(), &err))) {
             log_insert_failure(ap_id, w, apgrp_id, wlangrp_id, err);
             return -1;
         }

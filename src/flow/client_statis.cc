@@ -4,13 +4,14 @@
 #include <cstdio>
 
 #include "base/log.h"
+#include "db/recover.h"
 #include "db/sql.h"
 #include "flow/rollup_limits.h"
 #include "flow/rollup_sql.h"
 
 namespace {
 
-constexpr uint32_t kMaskStatistic = 16;
+constexpr uint32_t kMaskStatistic = TALLYD_RECOVER_STATISTIC;
 constexpr const char *kValueFail = "tallyd, value = %s, aErrMsg = %s\n";
 
 constexpr const char *kSelect =
@@ -38,28 +39,19 @@ enum : int {
     kActive
 };
 
-// The per-row statements: the device's text (for failure logs) and the
-// prepared form run for every row.
-constexpr const char *kLookupText =
+// The per-row statements, each run prepared with its values bound and
+// printed with them into a failure log.
+constexpr sql_form kLookup(
     "SELECT client_mac FROM %s \nWHERE client_mac='%s' AND ap_id=%d AND ssid_id=%d AND "
-    "apgroup_id=%d";
-constexpr const char *kLookupSql =
-    "SELECT client_mac FROM %s \nWHERE client_mac=? AND ap_id=? AND ssid_id=? AND "
-    "apgroup_id=?";
-constexpr const char *kInsertText =
+    "apgroup_id=%d");
+constexpr sql_form kInsert(
     "INSERT INTO %s(\ntime, client_mac, ap_id, ssid_id, dvcinfo_id, apgroup_id, wlangroup_id, "
     "\nip, ip6, host_name, vlan, channel, radio, \nstatus, auth_type, user_name, active) "
     "\nVALUES(%lu, '%s', %d, %d, %d, %d, %d, \n'%s', '%s', '%s', %d, %d, %d, \n%d, '%s', '%s', "
-    "%d)";
-constexpr const char *kInsertSql =
-    "INSERT INTO %s(\ntime, client_mac, ap_id, ssid_id, dvcinfo_id, apgroup_id, wlangroup_id, "
-    "\nip, ip6, host_name, vlan, channel, radio, \nstatus, auth_type, user_name, active) "
-    "\nVALUES(?, ?, ?, ?, ?, ?, ?, \n?, ?, ?, ?, ?, ?, \n?, ?, ?, ?)";
-constexpr const char *kUpdateText =
+    "%d)");
+constexpr sql_form kUpdate(
     "UPDATE %s SET time=%lu \nWHERE client_mac='%s' AND ap_id=%d AND ssid_id=%d AND "
-    "apgroup_id=%d";
-constexpr const char *kUpdateSql =
-    "UPDATE %s SET time=? \nWHERE client_mac=? AND ap_id=? AND ssid_id=? AND apgroup_id=?";
+    "apgroup_id=%d");
 
 // The key of a daily row. A NULL value keeps what the previous row had.
 struct client_key {
@@ -85,8 +77,8 @@ struct client_key {
 // One run: the target, its time, and the last SQLite failure seen.
 class client_run {
    public:
-    client_run(sql_conn &conn, const char *table, uint32_t now)
-        : conn_(conn), table_(table), now_(now) {}
+    client_run(sql_conn &conn, tallyd_table table, uint32_t now)
+        : conn_(conn), table_(table), name_(tallyd_table_name(table)), now_(now) {}
 
     void row(const sql_table &rows, int r);
     void note(const sql_error &err) { last_ = err; }
@@ -108,7 +100,8 @@ class client_run {
     }
 
     sql_conn &conn_;
-    const char *table_;
+    tallyd_table table_;
+    const char *name_;
     uint32_t now_;
     client_key key_;
     rollup_quoted host_name_, auth_type_, user_name_;
@@ -126,7 +119,7 @@ void client_run::row(const sql_table &rows, int r) {
 
 bool client_run::exists() {
     sql_error err;
-    sql_stmt *s = stmt(&lookup_, kLookupSql, &err);
+    sql_stmt *s = stmt(&lookup_, kLookup.bound(), &err);
     int rc = SQLITE_ERROR;
     if (s) {
         key_.bind(*s, 1);
@@ -135,7 +128,7 @@ bool client_run::exists() {
     }
     if (rc == SQLITE_ROW || rc == SQLITE_DONE) return rc == SQLITE_ROW;
     char text[1024];
-    std::snprintf(text, sizeof(text), kLookupText, table_, key_.mac, key_.ap_id, key_.ssid_id,
+    std::snprintf(text, sizeof(text), kLookup.printed(), name_, key_.mac, key_.ap_id, key_.ssid_id,
                   key_.apgroup_id);
     failed(text, err);
     return false;
@@ -148,7 +141,7 @@ void client_run::insert(const sql_table &rows, int r) {
     const char *ip = rollup_text(rows.at(r, kIp));
     const char *ip6 = rollup_text(rows.at(r, kIp6));
     sql_error err;
-    if (sql_stmt *s = stmt(&insert_, kInsertSql, &err)) {
+    if (sql_stmt *s = stmt(&insert_, kInsert.bound(), &err)) {
         s->bind(1, int64_t{now_});
         s->bind_static(2, key_.mac);
         s->bind(3, int64_t{key_.ap_id});
@@ -169,7 +162,7 @@ void client_run::insert(const sql_table &rows, int r) {
         if (s->run(&err) == SQLITE_OK) return;
     }
     char text[1024];
-    std::snprintf(text, sizeof(text), kInsertText, table_, static_cast<unsigned long>(now_),
+    std::snprintf(text, sizeof(text), kInsert.printed(), name_, static_cast<unsigned long>(now_),
                   key_.mac, key_.ap_id, key_.ssid_id, rows.int_at(r, kDvcinfoId), key_.apgroup_id,
                   rows.int_at(r, kWlangroupId), ip, ip6, host_name_.sql(), rows.int_at(r, kVlan),
                   rows.int_at(r, kChannel), rows.int_at(r, kRadio), rows.int_at(r, kStatus),
@@ -179,24 +172,24 @@ void client_run::insert(const sql_table &rows, int r) {
 
 void client_run::update() {
     sql_error err;
-    if (sql_stmt *s = stmt(&update_, kUpdateSql, &err)) {
+    if (sql_stmt *s = stmt(&update_, kUpdate.bound(), &err)) {
         s->bind(1, int64_t{now_});
         key_.bind(*s, 2);
         if (s->run(&err) == SQLITE_OK) return;
     }
     char text[1024];
-    std::snprintf(text, sizeof(text), kUpdateText, table_, static_cast<unsigned long>(now_),
+    std::snprintf(text, sizeof(text), kUpdate.printed(), name_, static_cast<unsigned long>(now_),
                   key_.mac, key_.ap_id, key_.ssid_id, key_.apgroup_id);
     failed(text, err);
 }
 
 }  // namespace
 
-int tallyd_pre_handle_client_statis_info(int32_t mode, const char *src_table, const char *dst_table,
-                                         sql_conn &conn, uint32_t now) {
+int tallyd_pre_handle_client_statis_info(int32_t mode, tallyd_table src_table,
+                                         tallyd_table dst_table, sql_conn &conn, uint32_t now) {
     if (mode != 1 || !conn) return 0;
     char select[1024];
-    std::snprintf(select, sizeof(select), kSelect, src_table,
+    std::snprintf(select, sizeof(select), kSelect, tallyd_table_name(src_table),
                   rollup_class_limit(4000, 6000, 2000, 500));
     client_run run(conn, dst_table, now);
     sql_error err;

@@ -3,29 +3,21 @@
 #include <cstdio>
 
 #include "base/log.h"
+#include "db/recover.h"
 #include "db/sql.h"
 #include "flow/hour_rollup.h"
 #include "flow/rollup_limits.h"
 #include "flow/rollup_sql.h"
+#include "flow/tasks.h"
 
 namespace {
 
-struct ssid_mode {
-    uint32_t span;  // the range starts this long before the stamp
-    uint32_t mask;  // recovery mask on a malformed database
-};
+// Either mode reads or writes backup_hour_db, and db on the other side.
+constexpr uint32_t kMask = TALLYD_RECOVER_BACKUP | TALLYD_RECOVER_DB;
 
-ssid_mode mode_of(int32_t mode) {
-    switch (mode) {
-        case TALLYD_MODE_DAY:
-            return {7217, 34};
-        case TALLYD_MODE_WEEK:
-            return {43243, 6};
-        case TALLYD_MODE_MONTH:
-            return {172879, 8};
-        default:
-            return {3587, 33};
-    }
+// The range starts one period of the task that runs the mode before the stamp.
+uint32_t span_of(int32_t mode) {
+    return tallyd_task_period(mode == TALLYD_MODE_DAY ? tallyd_task::day : tallyd_task::backup);
 }
 
 constexpr const char *kCount = "SELECT COUNT(DISTINCT %s) FROM %s WHERE time>=%lu";
@@ -47,7 +39,7 @@ constexpr const char *kInsert =
 struct ssid_run {
     int32_t mode;
     const char *src_table;
-    const char *dst_table;
+    tallyd_table dst_table;
     uint32_t start;
     uint32_t stamp;
     sql_conn &src;
@@ -118,11 +110,12 @@ void roll_up_ssids(ssid_run &run) {
 
 }  // namespace
 
-int32_t tallyd_get_attr_count(sql_conn &conn, const char *table, const char *column,
+int32_t tallyd_get_attr_count(sql_conn &conn, tallyd_table table, tallyd_column column,
                               uint32_t since) {
-    if (!conn || !table || !column) return 0;
+    if (!conn) return 0;
     char sql[256];
-    std::snprintf(sql, sizeof(sql), kCount, column, table, lu(since));
+    std::snprintf(sql, sizeof(sql), kCount, tallyd_column_name(column), tallyd_table_name(table),
+                  lu(since));
     sql_error err;
     sql_table rows;
     if (sql_get_table(conn.get(), sql, rows, &err) != SQLITE_OK) {
@@ -132,19 +125,19 @@ int32_t tallyd_get_attr_count(sql_conn &conn, const char *table, const char *col
     return rows.rows() > 0 ? rows.int_at(0, 0) : 0;
 }
 
-int tallyd_pre_handle_avp_ssid(int32_t mode, const char *src_table, const char *dst_table,
+int tallyd_pre_handle_avp_ssid(int32_t mode, tallyd_table src_table, tallyd_table dst_table,
                                uint32_t stamp, sql_conn &src, sql_conn &dst) {
-    const ssid_mode m = mode_of(mode);
-    const uint32_t start = stamp - m.span;
-    const int32_t count = tallyd_get_attr_count(src, src_table, "ssid", start);
+    const uint32_t start = stamp - span_of(mode);
+    const int32_t count = tallyd_get_attr_count(src, src_table, tallyd_column::ssid, start);
     if (count <= 0) return 0;
     const int32_t budget = rollup_class_limit(16000, 32000, 3200, 800);
-    ssid_run run{mode, src_table, dst_table, start, stamp, src, dst, budget / count};
+    ssid_run run{mode,          tallyd_table_name(src_table), dst_table, start, stamp, src, dst,
+                 budget / count};
 
     sql_exec(dst.get(), "BEGIN TRANSACTION");
     roll_up_ssids(run);
     sql_error err;
     if (sql_exec(dst.get(), "COMMIT TRANSACTION", &err) != SQLITE_OK)
         run.failed("tallyd, avp_ssid commit aErrMsg = %s\n", err);
-    return rollup_result(run.malformed, m.mask);
+    return rollup_result(run.malformed, kMask);
 }

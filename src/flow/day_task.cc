@@ -10,13 +10,14 @@
 #include "flow/day_ssid.h"
 #include "flow/hour_rollup.h"
 #include "flow/rollup_stamp.h"
+#include "flow/tasks.h"
 
 namespace {
 
-constexpr int32_t kPeriod = 7217;
+constexpr int32_t kPeriod = tallyd_task_period(tallyd_task::day);
 constexpr uint32_t kDayKeep = 86100;
 constexpr int32_t kStampDrift = 121;
-constexpr uint32_t kMaskDayFailed = 2;  // db
+constexpr uint32_t kMaskDayFailed = TALLYD_RECOVER_DB;
 
 }  // namespace
 
@@ -29,11 +30,12 @@ void tallyd_pre_handle_day(void *, void *) {
     tallyd_sys_info.day_stamp = stamp;
     tallyd_purge_day(now - kDayKeep, tallyd_db_set.db);
 
-    if (tallyd_pre_handle_avp_ssid(TALLYD_MODE_DAY, "avp_ssid_backup", "avp_ssid_day", stamp,
-                                   tallyd_db_set.backup_hour_db, tallyd_db_set.db) == 0 &&
-        tallyd_pre_handle_avp_top_client(TALLYD_MODE_DAY, "avp_top_client_backup",
-                                         "avp_top_client_day", stamp, tallyd_db_set.backup_hour_db,
-                                         tallyd_db_set.db) == 0) {
+    if (tallyd_pre_handle_avp_ssid(TALLYD_MODE_DAY, tallyd_table::avp_ssid_backup,
+                                   tallyd_table::avp_ssid_day, stamp, tallyd_db_set.backup_hour_db,
+                                   tallyd_db_set.db) == 0 &&
+        tallyd_pre_handle_avp_top_client(TALLYD_MODE_DAY, tallyd_table::avp_top_client_backup,
+                                         tallyd_table::avp_top_client_day, stamp,
+                                         tallyd_db_set.backup_hour_db, tallyd_db_set.db) == 0) {
         tallyd_build_avp_backup_hour_db(&tallyd_db_set);
         tallyd_sys_info.last_backup_time = 0;
         return;

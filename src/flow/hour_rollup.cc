@@ -2,18 +2,20 @@
 
 #include <cstdio>
 
+#include "db/recover.h"
 #include "entity/text.h"
 #include "flow/rollup_limits.h"
 #include "flow/rollup_run.h"
+#include "flow/tasks.h"
 
 namespace {
 
-constexpr uint32_t kMaskHour = 65;  // temp_db and db
-constexpr uint32_t kBackupSpan = 3587;
+constexpr uint32_t kMaskHour = TALLYD_RECOVER_TEMP | TALLYD_RECOVER_DB;
 
-// Range start of the timed modes: the hour before the stamp in mode 4.
+// Range start of the timed modes: one backup period before the stamp in
+// mode 4.
 uint32_t range_start(int32_t mode, uint32_t stamp) {
-    return mode == TALLYD_MODE_BACKUP ? stamp - kBackupSpan : 0;
+    return mode == TALLYD_MODE_BACKUP ? stamp - tallyd_task_period(tallyd_task::backup) : 0;
 }
 
 constexpr auto keep_all = [](const sql_table &, int) { return true; };
@@ -66,16 +68,15 @@ constexpr rollup_msgs kTopClientMsgs = {
 };
 
 uint32_t top_client_mask(int32_t mode) {
-    if (mode == TALLYD_MODE_HOUR) return kMaskHour;
-    return mode == TALLYD_MODE_DAY ? 34 : 33;
+    return mode == TALLYD_MODE_HOUR ? kMaskHour : TALLYD_RECOVER_BACKUP | TALLYD_RECOVER_DB;
 }
 
 }  // namespace
 
-int tallyd_pre_handle_avp_app_all(int32_t, const char *src_table, const char *dst_table,
+int tallyd_pre_handle_avp_app_all(int32_t, tallyd_table src_table, tallyd_table dst_table,
                                   uint32_t stamp, sql_conn &src, sql_conn &dst) {
     char select[256];
-    std::snprintf(select, sizeof(select), kAppAllSelect, src_table,
+    std::snprintf(select, sizeof(select), kAppAllSelect, tallyd_table_name(src_table),
                   rollup_class_limit(4000, 8000, 2000, 800));
     rollup_quoted app;
     auto bind = [&](const sql_table &rows, int r, sql_stmt &s) {
@@ -88,14 +89,15 @@ int tallyd_pre_handle_avp_app_all(int32_t, const char *src_table, const char *ds
                       bind);
 }
 
-int tallyd_pre_handle_avp_ap_ssid(int32_t mode, const char *src_table, const char *dst_table,
+int tallyd_pre_handle_avp_ap_ssid(int32_t mode, tallyd_table src_table, tallyd_table dst_table,
                                   uint32_t stamp, sql_conn &src, sql_conn &dst) {
     const int32_t limit = rollup_class_limit(40000, 80000, 12000, 2000);
     char select[512];
     if (mode == TALLYD_MODE_HOUR)
-        std::snprintf(select, sizeof(select), kApSsidSelectAll, src_table, limit);
+        std::snprintf(select, sizeof(select), kApSsidSelectAll, tallyd_table_name(src_table),
+                      limit);
     else
-        std::snprintf(select, sizeof(select), kApSsidSelectRange, src_table,
+        std::snprintf(select, sizeof(select), kApSsidSelectRange, tallyd_table_name(src_table),
                       static_cast<unsigned long>(range_start(mode, stamp)),
                       static_cast<unsigned long>(stamp), 2 * limit);
     rollup_quoted app;
@@ -112,14 +114,15 @@ int tallyd_pre_handle_avp_ap_ssid(int32_t mode, const char *src_table, const cha
                       bind);
 }
 
-int tallyd_pre_handle_avp_top_client(int32_t mode, const char *src_table, const char *dst_table,
+int tallyd_pre_handle_avp_top_client(int32_t mode, tallyd_table src_table, tallyd_table dst_table,
                                      uint32_t stamp, sql_conn &src, sql_conn &dst) {
     const int32_t limit = rollup_class_limit(4000, 6000, 2000, 500);
     char select[512];
     if (mode == TALLYD_MODE_HOUR || mode == TALLYD_MODE_DAY)
-        std::snprintf(select, sizeof(select), kTopClientSelectAll, src_table, limit);
+        std::snprintf(select, sizeof(select), kTopClientSelectAll, tallyd_table_name(src_table),
+                      limit);
     else
-        std::snprintf(select, sizeof(select), kTopClientSelectRange, src_table,
+        std::snprintf(select, sizeof(select), kTopClientSelectRange, tallyd_table_name(src_table),
                       static_cast<unsigned long>(range_start(mode, stamp)),
                       static_cast<unsigned long>(stamp), limit);
     // One MAC buffer for the whole walk: a colon MAC of the wrong length

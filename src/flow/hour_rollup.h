@@ -16,27 +16,26 @@
 #include <cstdint>
 
 #include "db/sql.h"
+#include "db/tables.h"
 
 // Rollup modes.
 inline constexpr int32_t TALLYD_MODE_HOUR = 0;    // avp_base into the hour tables
 inline constexpr int32_t TALLYD_MODE_DAY = 1;     // backup tables into the day tables
-inline constexpr int32_t TALLYD_MODE_WEEK = 2;    // no caller
-inline constexpr int32_t TALLYD_MODE_MONTH = 3;   // no caller
 inline constexpr int32_t TALLYD_MODE_BACKUP = 4;  // last hour of the hour tables
 
 // Rows per application and AP group, the largest by uplink + downlink. The
-// mode is ignored. Recovery mask 65.
-int tallyd_pre_handle_avp_app_all(int32_t mode, const char *src_table, const char *dst_table,
+// mode is ignored. Recovery of temp_db and db.
+int tallyd_pre_handle_avp_app_all(int32_t mode, tallyd_table src_table, tallyd_table dst_table,
                                   uint32_t stamp, sql_conn &src, sql_conn &dst);
 
 // Rows per application, AP, SSID and group. Mode 0 keeps the first L groups
 // in SQLite's grouping order; other modes the largest 2 L of the range.
-// Uplink and downlink are stored modulo 2^32. Recovery mask 65.
-int tallyd_pre_handle_avp_ap_ssid(int32_t mode, const char *src_table, const char *dst_table,
+// Uplink and downlink are stored modulo 2^32. Recovery of temp_db and db.
+int tallyd_pre_handle_avp_ap_ssid(int32_t mode, tallyd_table src_table, tallyd_table dst_table,
                                   uint32_t stamp, sql_conn &src, sql_conn &dst);
 
 // Rows per client and AP, the largest by total; rows of total 0 are skipped.
-// Mode 0 turns the colon MAC form into the 12-character form. Recovery mask
-// 65 in mode 0, 34 in mode 1, 33 in mode 4 (and the modes without a caller).
-int tallyd_pre_handle_avp_top_client(int32_t mode, const char *src_table, const char *dst_table,
+// Mode 0 turns the colon MAC form into the 12-character form. Recovery of
+// temp_db and db in mode 0, of backup_hour_db and db in the other modes.
+int tallyd_pre_handle_avp_top_client(int32_t mode, tallyd_table src_table, tallyd_table dst_table,
                                      uint32_t stamp, sql_conn &src, sql_conn &dst);

@@ -22,10 +22,11 @@
 #include "entity/dict.h"
 #include "flow/ingest_sql.h"
 #include "flow/ingest_stream.h"
+#include "flow/tasks.h"
 
 namespace {
 
-constexpr int32_t kFlowPeriod = 59;
+constexpr int32_t kFlowPeriod = tallyd_task_period(tallyd_task::flow);
 constexpr uint32_t kBudgetSeconds = 12;
 
 struct dir_closer {

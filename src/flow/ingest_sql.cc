@@ -10,21 +10,16 @@
 
 namespace {
 
-constexpr const char *kGroupSql = "SELECT group_id FROM avp_ap WHERE ap_mac=?";
-constexpr const char *kGroupFmt = "SELECT group_id FROM avp_ap WHERE ap_mac='%s'";
-
-constexpr const char *kInsertSql =
+constexpr sql_form kGroup("SELECT group_id FROM avp_ap WHERE ap_mac='%s'");
+constexpr sql_form kInsert(
     "INSERT INTO avp_base(time, app, port, client_mac, ap_mac, ssid, uplink, downlink, total, "
-    "category, group_id) VALUES(?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?)";
-constexpr const char *kInsertFmt =
-    "INSERT INTO avp_base(time, app, port, client_mac, ap_mac, ssid, uplink, downlink, total, "
-    "category, group_id) VALUES(%lu, '%s', %d, '%s', %d, %d, %llu, %llu, %llu, '%s', %d)";
+    "category, group_id) VALUES(%lu, '%s', %d, '%s', %d, %d, %llu, %llu, %llu, '%s', %d)");
 
 constexpr const char *kValueErr = "tallyd, value = %s, aErrMsg = %s\n";
 
 void log_insert_failure(const flow_row &r, const char *err) {
     char sql[512];
-    std::snprintf(sql, sizeof sql, kInsertFmt, static_cast<unsigned long>(r.time), r.app,
+    std::snprintf(sql, sizeof sql, kInsert.printed(), static_cast<unsigned long>(r.time), r.app,
                   static_cast<int32_t>(r.port), r.client_mac, r.ap_id, r.ssid_id,
                   static_cast<unsigned long long>(r.uplink),
                   static_cast<unsigned long long>(r.downlink),
@@ -58,7 +53,7 @@ int32_t flow_sql::group_id(const char *file_name) {
 
     begin_read();
     sql_error err;
-    sql_stmt *s = tallyd_db_set.db.cached(kGroupSql, &err);
+    sql_stmt *s = tallyd_db_set.db.cached(kGroup.bound(), &err);
     int rc = SQLITE_ERROR;
     int32_t group = 1;
     if (s) {
@@ -74,19 +69,19 @@ int32_t flow_sql::group_id(const char *file_name) {
     if (rc == SQLITE_ROW || rc == SQLITE_DONE) return group;
 
     char sql[256];
-    std::snprintf(sql, sizeof sql, kGroupFmt, ap_mac);
+    std::snprintf(sql, sizeof sql, kGroup.printed(), ap_mac);
     tallyd_log(LOG_ERR, kValueErr, sql, err.text.c_str());
     if (err.malformed()) {
         // The rebuild closes db, and with it the read transaction.
         end_read();
-        tallyd_recover_from_malformed(1);
+        tallyd_recover_from_malformed(TALLYD_RECOVER_DB);
     }
     return 1;
 }
 
 int flow_sql::insert(const flow_row &r) {
     sql_error err;
-    if (!insert_) insert_ = tallyd_db_set.temp_db.cached(kInsertSql, &err);
+    if (!insert_) insert_ = tallyd_db_set.temp_db.cached(kInsert.bound(), &err);
     if (sql_stmt *s = insert_) {
         s->bind(1, static_cast<int64_t>(r.time));
         s->bind_static(2, sql_literal_value(r.app, app_, sizeof app_));

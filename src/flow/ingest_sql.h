@@ -42,7 +42,7 @@ class flow_sql {
     // AP group id of the AP whose MAC text is the first 17 characters of a
     // spool file name; 1 (the default group) when avp_ap does not know it or
     // the lookup fails. A failure is logged as "tallyd, value = %s, aErrMsg =
-    // %s\n"; a malformed db is rebuilt (recovery mask 1).
+    // %s\n"; a malformed db is rebuilt.
     int32_t group_id(const char *file_name);
 
     // Inserts one row into avp_base of the current temp_db. 0, or -1 after

@@ -28,7 +28,7 @@ struct rollup_msgs {
 // is NULL. keep(rows, r) may veto a row; bind(rows, r, stmt) binds it.
 template <class Keep, class Bind>
 int rollup_run(sql_conn &src, const char *select, sql_conn &dst, const char *insert_fmt,
-               const char *table, const rollup_msgs &msgs, uint32_t mask, Keep &&keep,
+               tallyd_table table, const rollup_msgs &msgs, uint32_t mask, Keep &&keep,
                Bind &&bind) {
     sql_error err;
     sql_table rows;

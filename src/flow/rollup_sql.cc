@@ -12,9 +12,9 @@ int rollup_result(bool malformed, uint32_t mask) {
     return -1;
 }
 
-sql_stmt *rollup_stmt(sql_conn &conn, const char *fmt, const char *table, sql_error *err) {
+sql_stmt *rollup_stmt(sql_conn &conn, const char *fmt, tallyd_table table, sql_error *err) {
     char buf[1024];
-    std::snprintf(buf, sizeof(buf), fmt, table);
+    std::snprintf(buf, sizeof(buf), fmt, tallyd_table_name(table));
     return conn.cached(buf, err);
 }
 

@@ -11,6 +11,7 @@
 #include <string_view>
 
 #include "db/sql.h"
+#include "db/tables.h"
 
 // The text "%s" prints for a value of a result table: "(null)" for NULL.
 inline const char *rollup_text(const char *v) {
@@ -24,7 +25,7 @@ int rollup_result(bool malformed, uint32_t mask);
 // The cached prepared statement of fmt (one "%s" for the table) on table, for
 // conn. Null on failure with err filled, as running the statement would have
 // filled it.
-sql_stmt *rollup_stmt(sql_conn &conn, const char *fmt, const char *table, sql_error *err);
+sql_stmt *rollup_stmt(sql_conn &conn, const char *fmt, tallyd_table table, sql_error *err);
 
 // A text as the rollups put it between single quotes: copied into a buffer of
 // `size` bytes (cut at size - 1) and, when it holds a quote, escaped in place

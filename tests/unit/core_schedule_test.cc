@@ -16,12 +16,14 @@
 
 namespace {
 
+constexpr tallyd_table kTable = tallyd_table::avp_top_client_hour;
+
 class schedule_test : public root_test {
    protected:
     void SetUp() override {
         root_test::SetUp();
         ASSERT_EQ(tallyd_db_open(":memory:", SQLITE_OPEN_READWRITE, conn_), SQLITE_OK);
-        sql_exec(conn_.get(), "CREATE TABLE t(time INTEGER)");
+        sql_exec(conn_.get(), "CREATE TABLE avp_top_client_hour(time INTEGER)");
     }
     void TearDown() override {
         conn_.close();
@@ -30,10 +32,10 @@ class schedule_test : public root_test {
 
     // Replaces the table's rows with one row of the given time text.
     void newest(const std::string &time) {
-        sql_exec(conn_.get(), "DELETE FROM t");
-        sql_exec(conn_.get(), ("INSERT INTO t VALUES(" + time + ")").c_str());
+        sql_exec(conn_.get(), "DELETE FROM avp_top_client_hour");
+        sql_exec(conn_.get(), ("INSERT INTO avp_top_client_hour VALUES(" + time + ")").c_str());
     }
-    int32_t hour() { return tallyd_get_remanent_time(TALLYD_PERIOD_HOUR, conn_, "t"); }
+    int32_t hour() { return tallyd_get_remanent_time(TALLYD_PERIOD_HOUR, conn_, kTable); }
 
     sql_conn conn_;
     sql_conn closed_;
@@ -65,28 +67,27 @@ TEST_F(schedule_test, ClockBehindTheNewestRowGivesMoreThanAPeriod) {
 
 TEST_F(schedule_test, PeriodsOfEveryKind) {
     newest(std::to_string(kStartTime - 100));
-    EXPECT_EQ(tallyd_get_remanent_time(TALLYD_PERIOD_DAY, conn_, "t"), 7117);
-    EXPECT_EQ(tallyd_get_remanent_time(TALLYD_PERIOD_WEEK, conn_, "t"), 43143);
-    EXPECT_EQ(tallyd_get_remanent_time(TALLYD_PERIOD_MONTH, conn_, "t"), 172779);
-    EXPECT_EQ(tallyd_get_remanent_time(TALLYD_PERIOD_BACKUP, conn_, "t"), 3487);
-    EXPECT_EQ(tallyd_get_remanent_time(TALLYD_PERIOD_STATIS, conn_, "t"), 3495);
-    EXPECT_EQ(tallyd_get_remanent_time(6, conn_, "t"), 0);
-    EXPECT_EQ(tallyd_get_remanent_time(-1, conn_, "t"), 0);
+    EXPECT_EQ(tallyd_get_remanent_time(TALLYD_PERIOD_DAY, conn_, kTable), 7117);
+    EXPECT_EQ(tallyd_get_remanent_time(TALLYD_PERIOD_WEEK, conn_, kTable), 43143);
+    EXPECT_EQ(tallyd_get_remanent_time(TALLYD_PERIOD_MONTH, conn_, kTable), 172779);
+    EXPECT_EQ(tallyd_get_remanent_time(TALLYD_PERIOD_BACKUP, conn_, kTable), 3487);
+    EXPECT_EQ(tallyd_get_remanent_time(TALLYD_PERIOD_STATIS, conn_, kTable), 3495);
+    EXPECT_EQ(tallyd_get_remanent_time(6, conn_, kTable), 0);
+    EXPECT_EQ(tallyd_get_remanent_time(-1, conn_, kTable), 0);
 }
 
 TEST_F(schedule_test, NothingStoredOrNothingToAsk) {
     EXPECT_EQ(hour(), 300);  // empty table
-    EXPECT_EQ(tallyd_get_remanent_time(TALLYD_PERIOD_BACKUP, conn_, "t"), 3587);
+    EXPECT_EQ(tallyd_get_remanent_time(TALLYD_PERIOD_BACKUP, conn_, kTable), 3587);
     newest("NULL");
     EXPECT_EQ(hour(), 300);
 
-    EXPECT_EQ(tallyd_get_remanent_time(TALLYD_PERIOD_HOUR, closed_, "t"), -1);
-    EXPECT_EQ(tallyd_get_remanent_time(TALLYD_PERIOD_HOUR, conn_, nullptr), -1);
-    EXPECT_EQ(tallyd_get_remanent_time(9, closed_, "t"), -1);
+    EXPECT_EQ(tallyd_get_remanent_time(TALLYD_PERIOD_HOUR, closed_, kTable), -1);
+    EXPECT_EQ(tallyd_get_remanent_time(9, closed_, kTable), -1);
     EXPECT_EQ(log_count("get remanent"), 0);
 
-    EXPECT_EQ(tallyd_get_remanent_time(TALLYD_PERIOD_DAY, conn_, "missing"), 7217);
-    EXPECT_TRUE(logged(LOG_ERR, "tallyd, get remanent aErrMsg = no such table: missing\n"))
+    EXPECT_EQ(tallyd_get_remanent_time(TALLYD_PERIOD_DAY, conn_, tallyd_table::avp_ap), 7217);
+    EXPECT_TRUE(logged(LOG_ERR, "tallyd, get remanent aErrMsg = no such table: avp_ap\n"))
         << log_dump();
 }
 

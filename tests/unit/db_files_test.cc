@@ -197,13 +197,13 @@ TEST_F(DbFiles, RecoveryRebuildsExactlyTheDatabasesOfTheMask) {
     put_rows();
     sqlite3 *flash = tallyd_db_set.db_flash.get();
 
-    tallyd_recover_from_malformed(0);
+    tallyd_recover_from_malformed(TALLYD_RECOVER_NONE);
     EXPECT_EQ(1, count_rows(tallyd_db_set.db, "avp_ap"));
 
-    // Mask 65: db and temp_db; db_flash untouched.
+    // db and temp_db; db_flash untouched.
     ASSERT_EQ(SQLITE_OK,
               sql_exec(tallyd_db_set.temp_db.get(), "INSERT INTO avp_base(time) VALUES(1)"));
-    tallyd_recover_from_malformed(65);
+    tallyd_recover_from_malformed(TALLYD_RECOVER_TEMP | TALLYD_RECOVER_DB);
     EXPECT_EQ(0, count_rows(tallyd_db_set.db, "avp_ap"));
     EXPECT_EQ(0, count_rows(tallyd_db_set.temp_db, "avp_base"));
     EXPECT_EQ(flash, tallyd_db_set.db_flash.get());
@@ -227,15 +227,14 @@ TEST_F(DbFiles, OnlyARestoredStatisticFileIsMigrated) {
     // An older layout: no wlangrp_id, no client_count, a client chart.
     write_file(dev(kRam, "placeholder"), "");
     write_file(dev(kFlash, "placeholder"), "");
-    sqlite3 *old = nullptr;
-    ASSERT_EQ(SQLITE_OK, sqlite3_open(path(dev(kRam, "statistic.db")).c_str(), &old));
-    ASSERT_EQ(SQLITE_OK, sql_exec(old,
+    sql_conn old = open_db(path(dev(kRam, "statistic.db")));
+    ASSERT_EQ(SQLITE_OK, sql_exec(old.get(),
                                   "CREATE TABLE statis_ap_wlan(time, ap_id, wlan_id, apgrp_id);"
                                   "INSERT INTO statis_ap_wlan VALUES(0, 1, 2, 3);"
                                   "CREATE TABLE statis_ap_chart(time, ap_id, tx_bytes);"
                                   "CREATE TABLE statis_client_chart(time);"
                                   "CREATE TABLE statis_client_d(time, client_mac);"));
-    sqlite3_close(old);
+    old.close();
 
     // Found in RAM: left as it is.
     tallyd_create_statistic_db(&tallyd_db_set);

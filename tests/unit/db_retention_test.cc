@@ -7,6 +7,7 @@
 #include "base/clock.h"
 #include "base/sys_info.h"
 #include "db/db_files.h"
+#include "db/recover.h"
 #include "db/retention.h"
 #include "support/db_test.h"
 
@@ -73,27 +74,27 @@ TEST_F(DbRetention, TimedDeleteKeepsCurrentRowsAndDropsFutureOnes) {
     const uint32_t cut = now_ - 3600;
     for (uint32_t t : {0u, cut - 1, cut, now_, now_ + 10}) fill(db, "avp_ap", "ap_mac", t, 1);
 
-    ASSERT_EQ(0, tallyd_delete_by_time("avp_ap", cut, db, 0));
+    ASSERT_EQ(0, tallyd_delete_by_time(tallyd_table::avp_ap, cut, db, TALLYD_RECOVER_NONE));
     EXPECT_EQ("0," + std::to_string(cut) + "," + std::to_string(now_),
               query_list(db, "SELECT time FROM avp_ap ORDER BY time"));
-    ASSERT_EQ(0, tallyd_delete_by_time("avp_ap", 0, db, 0));  // cut 0: everything
+    ASSERT_EQ(0, tallyd_delete_by_time(tallyd_table::avp_ap, 0, db, TALLYD_RECOVER_NONE));  // all
     EXPECT_EQ(0, count_rows(db, "avp_ap"));
-    EXPECT_EQ(-1, tallyd_delete_by_time(nullptr, cut, db, 0));
     sql_conn closed;
     EXPECT_EQ(-1, tallyd_purge_day(cut, closed));
 }
 
 TEST_F(DbRetention, FailedDeleteLeavesItsTransactionOpen) {
     sql_conn &db = tallyd_db_set.db;
-    EXPECT_EQ(-1, tallyd_delete_by_time("no_such_table", 0, db, 1));
+    // A table of another database: not in db.
+    EXPECT_EQ(-1, tallyd_delete_by_time(tallyd_table::statis_ap_h, 0, db, TALLYD_RECOVER_DB));
     EXPECT_TRUE(logged(LOG_ERR,
-                       "tallyd, value = DELETE FROM no_such_table, aErrMsg = no such table: "
-                       "no_such_table\n"))
+                       "tallyd, value = DELETE FROM statis_ap_h, aErrMsg = no such table: "
+                       "statis_ap_h\n"))
         << log_dump();
     EXPECT_EQ(0, sqlite3_get_autocommit(db.get()));  // no ROLLBACK
-    // Not a malformed database: mask 1 rebuilt nothing.
+    // Not a malformed database: its mask rebuilt nothing.
     EXPECT_EQ(0, log_count("recover"));
-    EXPECT_EQ(-1, tallyd_delete_by_time("avp_ap", now_, db, 0));
+    EXPECT_EQ(-1, tallyd_delete_by_time(tallyd_table::avp_ap, now_, db, TALLYD_RECOVER_NONE));
     EXPECT_EQ(1, log_count("tallyd, delete record BEGIN,  aErrMsg = cannot start a transaction"));
 }
 

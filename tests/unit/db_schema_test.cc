@@ -9,6 +9,7 @@
 #include "db/db_files.h"
 #include "db/db_fresh.h"
 #include "db/schema.h"
+#include "db/tables.h"
 #include "db/top_list.h"
 #include "support/db_test.h"
 
@@ -159,6 +160,20 @@ TEST_F(DbSchema, FreshStartCreatesEveryTableAndIndexInOrder) {
     EXPECT_EQ(0, query_int(tallyd_db_set.backup_hour_db,
                            "SELECT COUNT(*) FROM sqlite_master WHERE type='index' AND "
                            "instr(sql, 'ON ' || char(10)) = 0"));
+
+    // Every table id names a table of the schema (the top lists come per
+    // report).
+    for (int i = 0; i < static_cast<int>(tallyd_table::top_client_list); ++i) {
+        const std::string name = tallyd_table_name(static_cast<tallyd_table>(i));
+        int64_t found = 0;
+        for (sql_conn *c : {&tallyd_db_set.db, &tallyd_db_set.db_flash, &tallyd_db_set.temp_db,
+                            &tallyd_db_set.backup_hour_db, &tallyd_db_set.statistic_db})
+            found += query_int(*c,
+                               "SELECT COUNT(*) FROM sqlite_master WHERE type='table' AND "
+                               "name='" +
+                                   name + "'");
+        EXPECT_EQ(1, found) << name;
+    }
 }
 
 TEST_F(DbSchema, FreshDatabasesCarryOneMarkerRowAndTheirPragmas) {

@@ -85,6 +85,12 @@ TEST(DbSql, CachedStatementsBelongToTheirConnection) {
     EXPECT_EQ(err.rc, SQLITE_MISUSE);
 }
 
+TEST(DbSql, AFormIsPreparedWithOnePlaceholderPerValue) {
+    constexpr sql_form form("INSERT INTO %s(a, b, c, d) VALUES(%lu, '%s', %d, %llu) -- 100%%");
+    EXPECT_STREQ("INSERT INTO %s(a, b, c, d) VALUES(?, ?, ?, ?) -- 100%%", form.bound());
+    EXPECT_STREQ("INSERT INTO %s(a, b, c, d) VALUES(%lu, '%s', %d, %llu) -- 100%%", form.printed());
+}
+
 TEST(DbSql, ARefusedBindFailsTheRunWithoutWritingTheRow) {
     sql_conn conn = memory_db();
     sql_stmt *insert = conn.cached("INSERT INTO t VALUES(?, ?)");

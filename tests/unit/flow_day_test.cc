@@ -58,14 +58,19 @@ TEST_F(rollup_test, EachSsidGetsItsShareOfTheRowBudget) {
             rows.push_back({at(-60), "app" + std::to_string(a), "80", "1", std::to_string(ssid),
                             std::to_string(a * 10 + ssid), "1", "1"});
     insert(tallyd_db_set.db, "avp_ap_ssid_hour", rows);
-    EXPECT_EQ(tallyd_get_attr_count(tallyd_db_set.db, "avp_ap_ssid_hour", "ssid", kT0 - 60), 10);
-    EXPECT_EQ(tallyd_get_attr_count(tallyd_db_set.db, "avp_ap_ssid_hour", "ssid", kT0), 0);
+    EXPECT_EQ(tallyd_get_attr_count(tallyd_db_set.db, tallyd_table::avp_ap_ssid_hour,
+                                    tallyd_column::ssid, kT0 - 60),
+              10);
+    EXPECT_EQ(tallyd_get_attr_count(tallyd_db_set.db, tallyd_table::avp_ap_ssid_hour,
+                                    tallyd_column::ssid, kT0),
+              0);
 
     // Default platform: 800 rows over 10 SSIDs, each keeping its largest 80.
     sql_conn &backup = tallyd_db_set.backup_hour_db;
-    ASSERT_EQ(tallyd_pre_handle_avp_ssid(4, "avp_ap_ssid_hour", "avp_ssid_backup", kT0,
-                                         tallyd_db_set.db, backup),
-              0);
+    ASSERT_EQ(
+        tallyd_pre_handle_avp_ssid(4, tallyd_table::avp_ap_ssid_hour, tallyd_table::avp_ssid_backup,
+                                   kT0, tallyd_db_set.db, backup),
+        0);
     EXPECT_EQ(query(backup, "SELECT count(DISTINCT ssid), count(*) FROM avp_ssid_backup"),
               (rows_t{{"10", "800"}}));
     EXPECT_EQ(query(backup,
@@ -76,8 +81,8 @@ TEST_F(rollup_test, EachSsidGetsItsShareOfTheRowBudget) {
     // Class 3 (3200 rows): every application of every SSID fits.
     tallyd_sys_info.platform_class = 3;
     exec(backup, "DELETE FROM avp_ssid_backup");
-    tallyd_pre_handle_avp_ssid(4, "avp_ap_ssid_hour", "avp_ssid_backup", kT0, tallyd_db_set.db,
-                               backup);
+    tallyd_pre_handle_avp_ssid(4, tallyd_table::avp_ap_ssid_hour, tallyd_table::avp_ssid_backup,
+                               kT0, tallyd_db_set.db, backup);
     EXPECT_EQ(scalar(backup, "SELECT count(*) FROM avp_ssid_backup"), 1000);
 
     // No SSID since the range start: not a statement runs on the target.
@@ -85,9 +90,10 @@ TEST_F(rollup_test, EachSsidGetsItsShareOfTheRowBudget) {
     sqlite3_trace_v2(
         backup.get(), SQLITE_TRACE_STMT,
         [](unsigned, void *n, void *, void *) { return ++*static_cast<int *>(n), 0; }, &statements);
-    EXPECT_EQ(tallyd_pre_handle_avp_ssid(4, "avp_ap_ssid_hour", "avp_ssid_backup", kT0 + 4000,
-                                         tallyd_db_set.db, backup),
-              0);
+    EXPECT_EQ(
+        tallyd_pre_handle_avp_ssid(4, tallyd_table::avp_ap_ssid_hour, tallyd_table::avp_ssid_backup,
+                                   kT0 + 4000, tallyd_db_set.db, backup),
+        0);
     sqlite3_trace_v2(backup.get(), 0, nullptr, nullptr);
     EXPECT_EQ(statements, 0);
 }

@@ -18,8 +18,9 @@ void add_hourly(const rows_t &rows) {
 }
 
 int rollup(uint32_t now, int32_t mode = 1) {
-    return tallyd_pre_handle_client_statis_info(
-        mode, "statis_client_info_h", "statis_client_info_d", tallyd_db_set.statistic_db, now);
+    return tallyd_pre_handle_client_statis_info(mode, tallyd_table::statis_client_info_h,
+                                                tallyd_table::statis_client_info_d,
+                                                tallyd_db_set.statistic_db, now);
 }
 
 }  // namespace
