@@ -18,6 +18,7 @@
 #include <vector>
 
 #include "base/clock.h"
+#include "base/file.h"
 #include "base/path.h"
 #include "base/sys_info.h"
 #include "db/db_files.h"
@@ -73,10 +74,9 @@ void file_side(const std::vector<bench_spool_file> &files, double *decode_s, dou
     static pb_byte_t buffer[64 * 1024];
     bench_timer t;
     for (const bench_spool_file &f : files) {
-        int fd = open((spool + "/" + f.name).c_str(), O_RDONLY | O_CLOEXEC);
-        arc_source src{.fd = fd, .buffer = buffer};
+        unique_fd fd(open((spool + "/" + f.name).c_str(), O_RDONLY | O_CLOEXEC));
+        arc_source src{.fd = fd.get(), .buffer = buffer};
         tallyd_decode_arc(&src, msg.get());
-        close(fd);
     }
     *decode_s = t.seconds();
     t.restart();

@@ -26,8 +26,10 @@ int32_t tallyd_write_pid_file(const char *path) {
     if (!path) return -1;
     tallyd_file f(fopen(path, "w"));
     if (!f) return -1;
-    fprintf(f.get(), "%d", static_cast<int>(getpid()));
-    return 0;
+    // A full or read-only file system shows in the write or, buffered, only
+    // in the close.
+    bool written = fprintf(f.get(), "%d", static_cast<int>(getpid())) > 0;
+    return fclose(f.release()) == 0 && written ? 0 : -1;
 }
 
 uint8_t tallyd_pid_is_tallyd(int32_t pid) {

@@ -11,8 +11,8 @@
 // read with atoi); 0 when the file cannot be opened; -1 for a null path.
 int32_t tallyd_read_pid_file(const char *path);
 
-// Writes getpid() with "%d" and no line end. 0, or -1 for a null path or a
-// file that cannot be created.
+// Writes getpid() with "%d" and no line end. 0, or -1 for a null path, a
+// file that cannot be created or a write that fails.
 int32_t tallyd_write_pid_file(const char *path);
 
 // 1 when pid is a running process whose command line mentions "tallyd".

@@ -10,8 +10,10 @@
 
 int tallyd_eloop_signals() {
     int rc = 0;
+    // Every one is registered even after a failure; the result says whether
+    // all of them were.
     for (int sig : {SIGINT, SIGTERM, SIGCHLD, SIGPIPE})
-        rc = eloop_register_signal(sig, tallyd_signal_handle, nullptr);
+        if (eloop_register_signal(sig, tallyd_signal_handle, nullptr) != 0) rc = -1;
     return rc;
 }
 

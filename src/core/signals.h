@@ -6,7 +6,8 @@
 #pragma once
 
 // Registers SIGINT, SIGTERM, SIGCHLD and SIGPIPE, in that order, with
-// tallyd_signal_handle. Returns the last registration's result.
+// tallyd_signal_handle. 0 when all four were registered, else -1 (the others
+// are registered all the same).
 int tallyd_eloop_signals();
 
 void tallyd_signal_handle(int sig, void *eloop_user_data, void *signal_user_data);

@@ -52,6 +52,8 @@ void start_up() {
     tallyd_load_dictionaries(&tallyd_sys_info);
     make_system_dirs();
     crashdump_init("tallyd");
+    // Without a pid file the daemon still serves; only the next start's
+    // instance check has nothing to look at.
     tallyd_write_pid_file(tallyd_path(TALLYD_PID_FILE).c_str());
 }
 

@@ -4,6 +4,7 @@
 #include <cstring>
 #include <string>
 
+#include "base/file.h"
 #include "base/path.h"
 #include "db/db_fs.h"
 
@@ -13,18 +14,17 @@ namespace {
 // holds "OK" counts as verified, as on the device.
 bool md5sum_check(const std::string &path) {
     std::string cmd = "md5sum -c " + db_fs_shell_quote(path);
-    FILE *pipe = popen(cmd.c_str(), "r");
+    tallyd_pipe pipe(popen(cmd.c_str(), "r"));
     if (!pipe) return false;
     char line[256] = {};
     bool ok = false;
-    if (std::fgets(line, sizeof line, pipe)) {
+    if (std::fgets(line, sizeof line, pipe.get())) {
         line[std::strcspn(line, "\r\n")] = '\0';
         ok = std::strstr(line, "OK") != nullptr;
     }
     // Drain so that md5sum never dies of a broken pipe before pclose.
-    while (std::fgets(line, sizeof line, pipe)) {
+    while (std::fgets(line, sizeof line, pipe.get())) {
     }
-    pclose(pipe);
     return ok;
 }
 

@@ -33,7 +33,6 @@ struct eloop_signal {
     int sig;
     void *user_data;
     eloop_signal_handler handler;
-    volatile sig_atomic_t signaled;
 };
 
 // The loop's one record. The fields the catcher touches are volatile: the
@@ -56,6 +55,11 @@ struct eloop_data {
 
 eloop_data eloop;
 
+// Deliveries per signal number since the loop last looked. The catcher counts
+// here rather than in the handler table: registration may move that table
+// (realloc) at any moment the catcher could interrupt.
+volatile sig_atomic_t signal_counts[NSIG];
+
 // Self-pipe of the signal catcher. A signal that arrives after the loop has
 // looked at its counters but before it sleeps in select would otherwise wait
 // for the next timeout or datagram; the byte the catcher writes here wakes
@@ -63,8 +67,15 @@ eloop_data eloop;
 int wake_pipe[2] = {-1, -1};
 
 void wake_pipe_open() {
-    if (wake_pipe[0] < 0 && pipe2(wake_pipe, O_NONBLOCK | O_CLOEXEC) != 0)
+    if (wake_pipe[0] >= 0) return;
+    if (pipe2(wake_pipe, O_NONBLOCK | O_CLOEXEC) != 0) {
         wake_pipe[0] = wake_pipe[1] = -1;
+    } else if (wake_pipe[0] >= FD_SETSIZE) {
+        // Beyond what select() can watch: go without, as if pipe2 had failed.
+        close(wake_pipe[0]);
+        close(wake_pipe[1]);
+        wake_pipe[0] = wake_pipe[1] = -1;
+    }
 }
 
 void wake_pipe_drain() {
@@ -90,10 +101,22 @@ int32_t add32(int32_t a, int32_t b) {
     return static_cast<int32_t>(static_cast<uint32_t>(a) + static_cast<uint32_t>(b));
 }
 
+// Installs catcher for sig. The catcher runs with no other signal blocked;
+// calls it interrupts are restarted, except select, which returns EINTR.
+int install(int sig, void (*catcher)(int)) {
+    struct sigaction sa {};
+    sa.sa_handler = catcher;
+    sigemptyset(&sa.sa_mask);
+    sa.sa_flags = SA_RESTART;
+    return sigaction(sig, &sa, nullptr);
+}
+
 void alarm_catcher(int) {
     ssize_t ignored = write(STDERR_FILENO, ELOOP_ALARM_TEXT, sizeof ELOOP_ALARM_TEXT - 1);
     (void)ignored;
-    exit(1);
+    // Only async-signal-safe calls here: _exit, not exit, which would run
+    // atexit handlers and destructors from inside a signal.
+    _exit(1);
 }
 
 void signal_catcher(int sig) {
@@ -102,16 +125,11 @@ void signal_catcher(int sig) {
         // start the parent's shutdown, it simply goes away.
         if (getpid() != eloop.pid) _exit(0);
         eloop.pending_terminate = 1;
-        signal(SIGALRM, alarm_catcher);
+        install(SIGALRM, alarm_catcher);
         alarm(2);
     }
     eloop.signaled = eloop.signaled + 1;
-    for (int32_t i = 0; i < eloop.signal_count; ++i) {
-        if (eloop.signals[i].sig == sig) {
-            eloop.signals[i].signaled = eloop.signals[i].signaled + 1;
-            break;
-        }
-    }
+    if (sig > 0 && sig < NSIG) signal_counts[sig] = signal_counts[sig] + 1;
     int saved_errno = errno;
     if (wake_pipe[1] >= 0) {
         ssize_t ignored = write(wake_pipe[1], "s", 1);
@@ -128,10 +146,11 @@ void process_pending_signals() {
         alarm(0);
         eloop.pending_terminate = 0;
     }
+    // In table order; a signal registered twice runs its first entry only.
     for (int32_t i = 0; i < eloop.signal_count; ++i) {
         eloop_signal &s = eloop.signals[i];
-        if (s.signaled == 0) continue;
-        s.signaled = 0;
+        if (signal_counts[s.sig] == 0) continue;
+        signal_counts[s.sig] = 0;
         s.handler(s.sig, eloop.user_data, s.user_data);
     }
 }
@@ -180,6 +199,7 @@ void serve_ready_sockets(const fd_set *rfds) {
 
 void eloop_init(void *user_data) {
     std::memset(static_cast<void *>(&eloop), 0, sizeof eloop);
+    for (volatile sig_atomic_t &n : signal_counts) n = 0;
     eloop.user_data = user_data;
     eloop.pid = getpid();
     wake_pipe_open();
@@ -187,6 +207,8 @@ void eloop_init(void *user_data) {
 
 int eloop_register_read_sock(int sock, eloop_sock_handler handler, void *eloop_data,
                              void *user_data) {
+    // select() can watch only descriptors below FD_SETSIZE.
+    if (sock < 0 || sock >= FD_SETSIZE) return -1;
     void *grown = realloc(eloop.readers, (eloop.reader_count + 1) * sizeof(eloop_sock));
     if (!grown) return -1;
     eloop.readers = static_cast<eloop_sock *>(grown);
@@ -251,6 +273,7 @@ int eloop_cancel_timeout(eloop_timeout_handler handler, void *eloop_data, void *
 }
 
 int eloop_register_signal(int sig, eloop_signal_handler handler, void *user_data) {
+    if (sig <= 0 || sig >= NSIG) return -1;
     void *grown = realloc(eloop.signals, (eloop.signal_count + 1) * sizeof(eloop_signal));
     if (!grown) return -1;
     eloop.signals = static_cast<eloop_signal *>(grown);
@@ -258,9 +281,11 @@ int eloop_register_signal(int sig, eloop_signal_handler handler, void *user_data
     s.sig = sig;
     s.user_data = user_data;
     s.handler = handler;
-    s.signaled = 0;
     eloop.signal_count++;
-    signal(sig, signal_catcher);
+    if (install(sig, signal_catcher) != 0) {
+        eloop.signal_count--;
+        return -1;
+    }
     return 0;
 }
 

@@ -26,7 +26,8 @@ void eloop_init(void *user_data);
 
 // Appends a read socket; entries are served in registration order. The same
 // descriptor may be registered twice (both handlers run). 0, or -1 when the
-// table cannot grow (table unchanged).
+// table cannot grow or sock lies outside what select() can watch (0 to
+// FD_SETSIZE - 1); the table is then unchanged.
 int eloop_register_read_sock(int sock, eloop_sock_handler handler, void *eloop_data,
                              void *user_data);
 
@@ -43,8 +44,10 @@ int eloop_register_timeout(int32_t secs, int32_t usecs, eloop_timeout_handler ha
 // any); returns how many were removed.
 int eloop_cancel_timeout(eloop_timeout_handler handler, void *eloop_data, void *user_data);
 
-// Installs the loop's catcher for sig; handler runs from the loop, once per
-// pass however often sig arrived. 0, or -1 when the table cannot grow.
+// Installs the loop's catcher for sig (sigaction); handler runs from the
+// loop, once per pass however often sig arrived. 0, or -1 when sig is not a
+// signal number, the table cannot grow or the catcher cannot be installed
+// (the table is then unchanged).
 int eloop_register_signal(int sig, eloop_signal_handler handler, void *user_data);
 
 // Runs until eloop_terminate, until nothing is registered, or until select

@@ -4,20 +4,12 @@
 #include <unistd.h>
 
 #include <cstring>
-#include <memory>
 #include <string>
 
+#include "base/file.h"
 #include "base/log.h"
 #include "base/path.h"
 #include "platform/xrepo.h"
-
-namespace {
-
-struct dir_close {
-    void operator()(DIR *d) const { closedir(d); }
-};
-
-}  // namespace
 
 void tallyd_load_arc_from_xml(tallyd_sys_info_t *info) {
     xconf_ptr sys(xGetConfImpl("tallyd_load_arc_from_xml", __LINE__, "system", 0));
@@ -45,7 +37,7 @@ void tallyd_arc_switch(uint32_t value) {
 
 void tallyd_del_arc_files() {
     const std::string dir = tallyd_path(TALLYD_RAM_DIR);
-    std::unique_ptr<DIR, dir_close> d(opendir(dir.c_str()));
+    tallyd_dir d(opendir(dir.c_str()));
     if (!d) return;
     while (const dirent *e = readdir(d.get()))
         if (std::strstr(e->d_name, "arc")) unlink((dir + "/" + e->d_name).c_str());

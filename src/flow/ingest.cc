@@ -9,7 +9,6 @@
 #include <cstdio>
 #include <cstring>
 #include <filesystem>
-#include <memory>
 #include <string>
 
 #include "base/clock.h"
@@ -28,11 +27,6 @@ namespace {
 
 constexpr int32_t kFlowPeriod = tallyd_task_period(tallyd_task::flow);
 constexpr uint32_t kBudgetSeconds = 12;
-
-struct dir_closer {
-    void operator()(DIR *d) const { closedir(d); }
-};
-using dir_ptr = std::unique_ptr<DIR, dir_closer>;
 
 // The decoded message of the file being read: fixed storage of the task
 // (some 35 KB for 50 entries), reused for every file.
@@ -84,8 +78,8 @@ int ingest_file(flow_sql &sql, const std::string &dir, const char *name, uint32_
 
     char path[PATH_MAX];
     std::snprintf(path, sizeof path, "%s/%s", dir.c_str(), name);
-    tallyd_fd file(open(path, O_RDONLY | O_CLOEXEC));
-    if (file.get() < 0) {
+    unique_fd file(open(path, O_RDONLY | O_CLOEXEC));
+    if (!file) {
         tallyd_log(LOG_DEBUG, "tallyd, failed to open %s\n", path);
         return -1;
     }
@@ -106,7 +100,7 @@ int ingest_file(flow_sql &sql, const std::string &dir, const char *name, uint32_
 // including files that arrived while the run read the directory. Plain files
 // are unlinked directly; anything else is removed with its contents.
 void clear_spool(const std::string &dir) {
-    dir_ptr d(opendir(dir.c_str()));
+    tallyd_dir d(opendir(dir.c_str()));
     if (!d) return;
     int fd = dirfd(d.get());
     std::error_code ec;
@@ -133,7 +127,7 @@ void commit_run() {
 int tallyd_handle_flow_clocked(uint32_t run_time, flow_clock_fn clock) {
     uint32_t start = clock();
     std::string dir = tallyd_path(TALLYD_SPOOL_DIR);
-    dir_ptr d(opendir(dir.c_str()));
+    tallyd_dir d(opendir(dir.c_str()));
     if (!d) {
         tallyd_log(LOG_ERR, "tallyd, failed to open %s\n", dir.c_str());
         return 0;

@@ -8,6 +8,7 @@
 #include <cstring>
 #include <string>
 
+#include "base/file.h"
 #include "base/log.h"
 #include "base/path.h"
 #include "base/sys_info.h"
@@ -49,6 +50,15 @@ const tallyd_route *find_route(const tallyd_route_table *table, uint32_t id) {
 
 int open_server(std::string_view device_path) {
     return tallyd_open_unix_server(tallyd_path(device_path).c_str());
+}
+
+// A listening socket handed to the event loop: the loop then holds it for the
+// rest of the process, so the descriptor is closed only when registering
+// fails.
+int register_socket(unique_fd &sock, eloop_sock_handler handler, void *eloop_data) {
+    if (eloop_register_read_sock(sock.get(), handler, eloop_data, nullptr) != 0) return -1;
+    sock.release();
+    return 0;
 }
 
 }  // namespace
@@ -118,14 +128,13 @@ void tallyd_monitor_receive(int sock, void *, void *) {
 }
 
 int tallyd_monitor_iface_init() {
-    int sock = open_server(TALLYD_MONITOR_SOCKET);
-    if (sock < 0) {
-        tallyd_log(LOG_ERR, "tallyd, failed to init monitor sock_id: %d\n", sock);
+    unique_fd sock(open_server(TALLYD_MONITOR_SOCKET));
+    if (!sock) {
+        tallyd_log(LOG_ERR, "tallyd, failed to init monitor sock_id: %d\n", sock.get());
         return -1;
     }
-    if (eloop_register_read_sock(sock, tallyd_monitor_receive, nullptr, nullptr) != 0) {
+    if (register_socket(sock, tallyd_monitor_receive, nullptr) != 0) {
         puts("Could not register monitor socket");
-        close(sock);
         return -1;
     }
     return 0;
@@ -134,26 +143,31 @@ int tallyd_monitor_iface_init() {
 int tallyd_ipc_ctrl_iface_init(const tallyd_route_table *ctrl, const tallyd_route_table *stat) {
     void *ctrl_data = const_cast<tallyd_route_table *>(ctrl);
     void *stat_data = const_cast<tallyd_route_table *>(stat);
-    int ctrl_sock = open_server(TALLYD_CTRL_SOCKET);
-    if (ctrl_sock < 0) {
-        tallyd_log(LOG_ERR, "tallyd, failed to init UNIT sock_id: %d\n", ctrl_sock);
+    unique_fd ctrl_sock(open_server(TALLYD_CTRL_SOCKET));
+    if (!ctrl_sock) {
+        tallyd_log(LOG_ERR, "tallyd, failed to init UNIT sock_id: %d\n", ctrl_sock.get());
         return -1;
     }
-    if (eloop_register_read_sock(ctrl_sock, tallyd_ctrl_receive, ctrl_data, nullptr) != 0) {
+    const int ctrl_fd = ctrl_sock.get();
+    if (register_socket(ctrl_sock, tallyd_ctrl_receive, ctrl_data) != 0) {
         puts("Could not register read socket for ctrl ifac");
-        close(ctrl_sock);
         return -1;
     }
-    int stat_sock = open_server(TALLYD_STAT_SOCKET);
-    if (stat_sock < 0) {
-        tallyd_log(LOG_ERR, "tallyd, failed to init UNIT sock_id: %d\n", stat_sock);
-        close(ctrl_sock);
+    // Either both sockets serve or neither: a control socket left registered
+    // after its partner failed would be read from a closed descriptor.
+    auto drop_ctrl = [ctrl_fd] {
+        eloop_unregister_read_sock(ctrl_fd);
+        close(ctrl_fd);
+    };
+    unique_fd stat_sock(open_server(TALLYD_STAT_SOCKET));
+    if (!stat_sock) {
+        tallyd_log(LOG_ERR, "tallyd, failed to init UNIT sock_id: %d\n", stat_sock.get());
+        drop_ctrl();
         return -1;
     }
-    if (eloop_register_read_sock(stat_sock, tallyd_stat_receive, stat_data, nullptr) != 0) {
+    if (register_socket(stat_sock, tallyd_stat_receive, stat_data) != 0) {
         tallyd_log(LOG_ERR, "tallyd, Could not register read socket for ctrl ifac\n");
-        close(ctrl_sock);
-        close(stat_sock);
+        drop_ctrl();
         return -1;
     }
     return 0;

@@ -5,6 +5,7 @@
 #include <cstdio>
 #include <cstring>
 
+#include "base/file.h"
 #include "base/log.h"
 
 int tallyd_fill_unix_addr(sockaddr_un *addr, const char *path) {
@@ -15,15 +16,16 @@ int tallyd_fill_unix_addr(sockaddr_un *addr, const char *path) {
 }
 
 int tallyd_open_unix_server(const char *path) {
-    int sock = socket(AF_UNIX, SOCK_DGRAM, 0);
-    if (sock < 0) return sock;
+    unique_fd sock(socket(AF_UNIX, SOCK_DGRAM, 0));
+    if (!sock) return sock.release();
     sockaddr_un addr;
     int len = tallyd_fill_unix_addr(&addr, path);
     unlink(path);
-    if (bind(sock, reinterpret_cast<const sockaddr *>(&addr), static_cast<socklen_t>(len)) != 0) {
-        close(sock);
+    if (bind(sock.get(), reinterpret_cast<const sockaddr *>(&addr), static_cast<socklen_t>(len)) !=
+        0) {
+        sock.reset();
         tallyd_log(LOG_ERR, "tallyd, can not bind Unit socket\n");
         return -1;
     }
-    return sock;
+    return sock.release();
 }

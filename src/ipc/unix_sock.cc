@@ -1,6 +1,6 @@
 #include "ipc/unix_sock.h"
 
-#include <sys/select.h>
+#include <poll.h>
 #include <unistd.h>
 
 #include <climits>
@@ -83,11 +83,9 @@ int unix_sock_fd(const unix_sock *h) {
 }
 
 int unix_sock_wait(const unix_sock *h, int timeout_ms) {
-    fd_set rfds;
-    FD_ZERO(&rfds);
-    FD_SET(h->fd, &rfds);
-    timeval tv{timeout_ms / 1000, (timeout_ms % 1000) * 1000};
-    return select(h->fd + 1, &rfds, nullptr, nullptr, &tv) > 0 ? 1 : 0;
+    // poll rather than select: any descriptor number will do.
+    pollfd p{h->fd, POLLIN, 0};
+    return h->fd >= 0 && poll(&p, 1, timeout_ms) > 0 ? 1 : 0;
 }
 
 int unix_sock_poll(const unix_sock *h) {

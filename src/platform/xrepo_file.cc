@@ -28,7 +28,7 @@ int write_all(int fd, std::string_view data) {
 
 // Writes and syncs the temporary file; the caller renames it.
 int write_synced(const std::string &tmp, std::string_view data, std::string *why) {
-    tallyd_fd fd(::open(tmp.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644));
+    unique_fd fd(::open(tmp.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644));
     if (fd.get() < 0) return fail(why, "open " + tmp);
     if (write_all(fd.get(), data) != 0) return fail(why, "write " + tmp);
     if (::fsync(fd.get()) != 0) return fail(why, "fsync " + tmp);
@@ -37,7 +37,7 @@ int write_synced(const std::string &tmp, std::string_view data, std::string *why
 }
 
 int sync_dir(const std::string &dir, std::string *why) {
-    tallyd_fd fd(::open(dir.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    unique_fd fd(::open(dir.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
     if (fd.get() < 0 || ::fsync(fd.get()) != 0) return fail(why, "fsync " + dir);
     return 0;
 }

@@ -82,7 +82,7 @@ const core_setting *find_setting(const char *platform) {
 
 // The kernel files exist on the device; nothing is created where they don't.
 void write_kernel_file(std::string_view file, const char *text) {
-    tallyd_fd fd(open(tallyd_path(file).c_str(), O_WRONLY | O_CLOEXEC));
+    unique_fd fd(open(tallyd_path(file).c_str(), O_WRONLY | O_CLOEXEC));
     if (fd.get() < 0) return;
     ssize_t n = write(fd.get(), text, std::strlen(text));
     (void)n;

@@ -14,6 +14,8 @@
 #include <thread>
 #include <utility>
 
+#include "base/file.h"
+
 inline std::string read_text(const std::string &path) {
     std::ifstream in(path);
     return std::string(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
@@ -29,12 +31,12 @@ inline void write_text(const std::string &path, const std::string &text) {
 // its standard output and exit status (-1 when it did not exit).
 inline std::pair<std::string, int> run_tool(const std::string &command) {
     std::string cmd = std::string(TALLYD_BIN_DIR) + "/" + command;
-    FILE *p = popen(cmd.c_str(), "r");
+    tallyd_pipe p(popen(cmd.c_str(), "r"));
     if (!p) return {"", -1};
     std::string out;
     char buf[512];
-    while (size_t n = std::fread(buf, 1, sizeof buf, p)) out.append(buf, n);
-    int status = pclose(p);
+    while (size_t n = std::fread(buf, 1, sizeof buf, p.get())) out.append(buf, n);
+    int status = pclose(p.release());
     return {out, WIFEXITED(status) ? WEXITSTATUS(status) : -1};
 }
 

@@ -107,6 +107,9 @@ TEST_F(core_test, PidFileReading) {
 
     EXPECT_EQ(-1, tallyd_write_pid_file(nullptr));
     EXPECT_EQ(-1, tallyd_write_pid_file(path("/no/such/dir/pid").c_str()));
+    if (access("/dev/full", W_OK) == 0) {
+        EXPECT_EQ(-1, tallyd_write_pid_file("/dev/full"));  // fails at the write
+    }
     ASSERT_EQ(0, tallyd_write_pid_file(p.c_str()));
     EXPECT_EQ(std::to_string(getpid()), read_file("/var/run/tac/tallyd.pid"));  // no line end
 }

@@ -136,6 +136,10 @@ TEST_F(eloop_test, ReadSocketTableResults) {
     EXPECT_EQ(1, eloop_unregister_read_sock(5));  // the duplicate
     EXPECT_EQ(1, eloop_unregister_read_sock(6));
     EXPECT_EQ(0, eloop_unregister_read_sock(6));  // empty again
+    // Descriptors select() cannot watch are refused.
+    EXPECT_EQ(-1, eloop_register_read_sock(FD_SETSIZE, none, nullptr, nullptr));
+    EXPECT_EQ(-1, eloop_register_read_sock(-1, none, nullptr, nullptr));
+    EXPECT_EQ(0, eloop_unregister_read_sock(5));
 }
 
 // The first ready socket's handler registers another socket: the table has

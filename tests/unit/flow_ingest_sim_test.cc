@@ -13,6 +13,7 @@
 #include <string>
 #include <vector>
 
+#include "base/file.h"
 #include "flow/ingest_stream.h"
 #include "sim/arc_writer.h"
 #include "sim/flow_sim.h"
@@ -56,12 +57,11 @@ TEST_F(flow_sim_test, WrittenReportsDecodeThroughTheSpoolReader) {
         sim.report(ap, 1, msg.get());
         std::string name = arc_spool_name(sim.ap_mac(ap), 1);
         ASSERT_EQ(arc_write_file(dir, name, arc_encode(*msg)), 0);
-        int fd = open((dir + "/" + name).c_str(), O_RDONLY);
-        ASSERT_GE(fd, 0);
+        unique_fd fd(open((dir + "/" + name).c_str(), O_RDONLY));
+        ASSERT_TRUE(fd);
         pb_byte_t buffer[4096];
-        arc_source src{.fd = fd, .buffer = buffer};
+        arc_source src{.fd = fd.get(), .buffer = buffer};
         EXPECT_TRUE(tallyd_decode_arc(&src, back.get()));
-        close(fd);
         EXPECT_TRUE(back->has_serial);
         ASSERT_EQ(back->records_count, 50);
         for (pb_size_t i = 0; i < back->records_count; ++i) {

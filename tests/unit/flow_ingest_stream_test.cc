@@ -10,6 +10,7 @@
 #include <string>
 #include <vector>
 
+#include "base/file.h"
 #include "flow/ingest_stream.h"
 #include "sim/arc_writer.h"
 #include "support/test_root.h"
@@ -44,13 +45,11 @@ class flow_stream_test : public root_test {
     // Decodes the bytes from a file through a buffer of buffer_size bytes.
     bool decode(const std::vector<uint8_t> &bytes, size_t buffer_size, ArcMessage *out) {
         write_file("/f", std::string(bytes.begin(), bytes.end()));
-        int fd = open(path("/f").c_str(), O_RDONLY);
-        EXPECT_GE(fd, 0);
+        unique_fd fd(open(path("/f").c_str(), O_RDONLY));
+        EXPECT_TRUE(fd);
         std::vector<pb_byte_t> buffer(buffer_size);
-        arc_source src{.fd = fd, .buffer = buffer};
-        bool ok = tallyd_decode_arc(&src, out);
-        close(fd);
-        return ok;
+        arc_source src{.fd = fd.get(), .buffer = buffer};
+        return tallyd_decode_arc(&src, out);
     }
 };
 

@@ -262,6 +262,14 @@ TEST_F(ipc_test, InterfacesOpenUnderTheRunDirectory) {
     EXPECT_EQ(-1, tallyd_ipc_ctrl_iface_init(&ctrl_table, &stat_table));
     EXPECT_TRUE(logged(LOG_ERR, "tallyd, failed to init UNIT sock_id: -1\n"));
     eloop_destroy();
+
+    // The statistics socket cannot bind (a directory holds its name): the
+    // control socket that did open is not left in the loop either.
+    std::filesystem::create_directories(path(TALLYD_STAT_SOCKET));
+    eloop_init(nullptr);
+    EXPECT_EQ(-1, tallyd_ipc_ctrl_iface_init(&ctrl_table, &stat_table));
+    EXPECT_EQ(0, eloop_unregister_read_sock(-1));  // 0: no reader registered
+    eloop_destroy();
 }
 
 TEST_F(ipc_test, ClientSocketsCleanUpAfterThemselves) {

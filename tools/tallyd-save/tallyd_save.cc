@@ -19,7 +19,6 @@
 #include <cstdio>
 #include <cstring>
 #include <filesystem>
-#include <memory>
 #include <string>
 #include <string_view>
 
@@ -35,14 +34,9 @@ namespace {
 
 constexpr const char *kBases[] = {"avp_1.0", "avp_backup_hour", "statistic"};
 
-struct pipe_closer {
-    void operator()(FILE *f) const { pclose(f); }
-};
-using pipe_ptr = std::unique_ptr<FILE, pipe_closer>;
-
 bool sync_path(const std::string &path, int flags) {
-    tallyd_fd f(open(path.c_str(), flags));
-    return f.get() >= 0 && fsync(f.get()) == 0;
+    unique_fd f(open(path.c_str(), flags));
+    return f && fsync(f.get()) == 0;
 }
 
 // Copies src into a new file dest page by page under SQLite's locks.
@@ -77,7 +71,7 @@ bool backup_db(const std::string &src_path, const std::string &dest_path) {
 // The hex digest "md5sum FILE" prints for path; empty on failure.
 std::string md5_of(const std::string &path) {
     std::string cmd = "md5sum " + db_fs_shell_quote(path);
-    pipe_ptr p(popen(cmd.c_str(), "r"));
+    tallyd_pipe p(popen(cmd.c_str(), "r"));
     if (!p) return {};
     char line[512] = {};
     if (!std::fgets(line, sizeof line, p.get())) return {};
@@ -86,12 +80,13 @@ std::string md5_of(const std::string &path) {
 }
 
 bool write_text(const std::string &path, std::string_view text) {
-    FILE *f = std::fopen(path.c_str(), "w");
+    tallyd_file f(std::fopen(path.c_str(), "w"));
     if (!f) return false;
-    bool ok = std::fwrite(text.data(), 1, text.size(), f) == text.size();
-    ok = std::fflush(f) == 0 && ok;
-    ok = fsync(fileno(f)) == 0 && ok;
-    return std::fclose(f) == 0 && ok;
+    bool ok = std::fwrite(text.data(), 1, text.size(), f.get()) == text.size();
+    ok = std::fflush(f.get()) == 0 && ok;
+    ok = fsync(fileno(f.get())) == 0 && ok;
+    // fclose reports a write error that fflush did not see yet.
+    return std::fclose(f.release()) == 0 && ok;
 }
 
 bool rename_into_place(const std::string &from, const std::string &to) {
