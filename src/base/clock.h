@@ -1,6 +1,6 @@
 // The daemon's one source of time.
 //
-// Wall time is 32-bit seconds since 1970, as the device stores it. Under
+// Wall time is 32-bit seconds since 1970, as the databases store it. Under
 // TALLYD_TIME_SCALE=N daemon time runs N times faster than real time, for the
 // wall clock and the monotonic clock alike, counted from the first reading;
 // every period the daemon keeps is then a period in daemon seconds. Tests can

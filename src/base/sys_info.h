@@ -3,7 +3,7 @@
 // One record for the whole process, zeroed at start and filled by start-up
 // (platform sizing, ARC flag), the dictionaries (counts), the dispatcher (the
 // request being served) and the periodic tasks (stamps). It is also the event
-// loop's user data. Every field is 32 bits wide as on the device; pointers to
+// loop's user data. Every number is a 32-bit field whatever the host; pointers to
 // the dictionaries' own tables are owned by the entity module.
 #pragma once
 

@@ -34,8 +34,8 @@ int32_t tallyd_write_pid_file(const char *path) {
 
 uint8_t tallyd_pid_is_tallyd(int32_t pid) {
     if (pid < 1) return 0;
-    // The device greps the process list for "tallyd"; the command line, with
-    // its argument separators as spaces, is what that grep sees of a process.
+    // A grep of the process list for "tallyd" sees a process as its command
+    // line with the argument separators as spaces.
     std::ifstream in("/proc/" + std::to_string(pid) + "/cmdline", std::ios::binary);
     if (!in) return 0;
     std::string cmd((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());

@@ -17,9 +17,9 @@ bool present(const std::string &p) {
 
 }  // namespace
 
-// The device does this with mkdir -p, cp and mv; the file system ends up the
-// same: the source copied into the directory under its own name, then
-// renamed (a copy left there by an interrupted earlier run is renamed too).
+// The effect of mkdir -p, cp and mv, without a shell: the source copied into
+// the directory under its own name, then renamed (a copy left there by an
+// interrupted earlier run is renamed too).
 int tallyd_provision_port_file() {
     std::string dir = tallyd_path(TALLYD_PORT_DIR);
     std::error_code ec;

@@ -90,9 +90,9 @@ int32_t tallyd_get_remanent_time(int32_t kind, sql_conn &conn, tallyd_table tabl
     if (period == 0) return 0;
     if (result.rows() < 1 || !result.at(0, 0)) return period;
 
-    // The device computes this in 32-bit signed arithmetic: a clock that went
-    // back behind the newest row gives a negative difference, a negative
-    // remainder and a first delay of up to 2P - 1.
+    // In 32-bit signed arithmetic: a clock that went back behind the newest
+    // row gives a negative difference, a negative remainder and a first delay
+    // of up to 2P - 1.
     uint32_t newest = result.u32_at(0, 0);
     int32_t diff = static_cast<int32_t>(now - newest);
     return period - diff % period;

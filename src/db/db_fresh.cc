@@ -45,7 +45,8 @@ void tallyd_set_db_pragmas(sql_conn &conn) {
 void tallyd_insert_timestamp(sql_conn &conn, tallyd_table table, int32_t kind) {
     if (!conn) return;
     const char *name = tallyd_table_name(table);
-    // "%lu" of a 32-bit time, "%llu" of a zero counter, as the device prints.
+    // The marker holds what "%lu" of a 32-bit time and "%llu" of a zero
+    // counter print.
     unsigned long now = tallyd_now();
     unsigned long long zero = 0;
     char sql[256];

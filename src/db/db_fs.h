@@ -1,9 +1,9 @@
 // File operations of the database openers, done natively.
 //
-// The device runs these as shell commands ("mkdir -p", "rm -rf", "mv N.*");
-// here they have the same effect on the file system without a shell. All
-// paths are host paths (already root-prefixed). Failures are silent, as the
-// device ignores the status of these commands.
+// Each has the effect of a shell command ("mkdir -p", "rm -rf", "mv N.*") on
+// the file system, without a shell. All paths are host paths (already
+// root-prefixed). Failures are silent: the openers judge by the database
+// they can open afterwards, not by these steps.
 #pragma once
 
 #include <string>

@@ -11,7 +11,7 @@
 namespace {
 
 // Runs "md5sum -c <path>" and judges its first output line: any line that
-// holds "OK" counts as verified, as on the device.
+// holds "OK" anywhere counts as verified.
 bool md5sum_check(const std::string &path) {
     std::string cmd = "md5sum -c " + db_fs_shell_quote(path);
     tallyd_pipe pipe(popen(cmd.c_str(), "r"));

@@ -10,8 +10,8 @@
 
 #include "db/sql.h"
 
-// Masks name databases. db answers to two bits and db_flash to two (callers
-// of old set either); recovery treats both bits of a pair alike.
+// Masks name databases. db answers to either of two bits and db_flash to
+// either of two; recovery treats both bits of a pair alike.
 inline constexpr uint32_t TALLYD_RECOVER_NONE = 0;
 inline constexpr uint32_t TALLYD_RECOVER_DB = 0x1 | 0x2;
 inline constexpr uint32_t TALLYD_RECOVER_FLASH = 0x4 | 0x8;

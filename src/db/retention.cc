@@ -18,7 +18,8 @@ constexpr const char *kDeleteTimed = "DELETE FROM %s WHERE (time>0 AND time<%lu)
 constexpr const char *kDeleteAll = "DELETE FROM %s";
 
 // Not a published SQLite operation: a stock library answers SQLITE_NOTFOUND
-// and does nothing. The device's build reacts to it after every purge.
+// and does nothing; a library built to hand memory back after a purge acts
+// on it.
 constexpr int kPurgeFileControl = 230437;
 
 using enum tallyd_table;

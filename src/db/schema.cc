@@ -4,8 +4,9 @@
 
 #include "db/sql.h"
 
-// Every statement keeps one column per line, as the device's statements do;
-// sqlite_master stores these texts verbatim, so they are written once here.
+// sqlite_master stores these texts verbatim and other tools read them there,
+// so every statement keeps its exact layout, one column per line, and is
+// written once here.
 
 namespace {
 

@@ -123,7 +123,7 @@ uint64_t sql_table::u64_at(int r, int c) const {
 }
 
 uint32_t sql_table::u32_at(int r, int c) const {
-    // "%lu" on the 32-bit device: the value wraps to 32 bits.
+    // "%lu" of a 32-bit long: the value wraps to 32 bits.
     return static_cast<uint32_t>(u64_at(r, c));
 }
 

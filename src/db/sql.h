@@ -59,7 +59,7 @@ class sql_table {
     int rows() const { return nrow_; }
     int cols() const { return ncol_; }
     const char *at(int r, int c) const { return result_[(r + 1) * ncol_ + c]; }
-    // Convenience parsers with the device's conventions: atoi, "%llu", "%lu".
+    // Parsers of stored texts: atoi, "%llu", and "%lu" of a 32-bit long.
     int32_t int_at(int r, int c) const;
     uint64_t u64_at(int r, int c) const;
     uint32_t u32_at(int r, int c) const;

@@ -85,7 +85,7 @@ void wake_pipe_drain() {
     }
 }
 
-// Daemon monotonic time; wraps like the device's 32-bit seconds would.
+// Daemon monotonic time in 32-bit seconds, which wrap.
 eloop_time now_time() {
     tallyd_timeval tv{};
     tallyd_monotonic(&tv);

@@ -16,8 +16,8 @@ void tallyd_load_arc_from_xml(tallyd_sys_info_t *info);
 
 // The switch message: 0 clears the flag and removes the ARC files, any other
 // value sets it. The debug trace says "enabled" only for exactly 1; other
-// non-zero values enable the flag but are traced as "disabled", as the
-// controller's peers have always seen it.
+// non-zero values enable the flag but are traced as "disabled" (the trace
+// compares with 1, the flag with 0).
 void tallyd_arc_switch(uint32_t value);
 
 // Removes every entry of /tmp/tallyd whose name contains "arc" anywhere (a

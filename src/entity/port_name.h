@@ -1,9 +1,9 @@
 // Readable labels of well-known transport ports for the usage reports.
 //
 // 65 ports have a fixed label (TCP and UDP alike); every other number reads
-// "port <n>". The labels are the ones the management interface has always
-// shown, odd ones included: 47 reads "gre(port 70)", 88 "eigrp(port 70)" and
-// 2049 "nfs(port 2049" without its closing parenthesis.
+// "port <n>". The management interface matches these exact texts, odd ones
+// included: 47 reads "gre(port 70)", 88 "eigrp(port 70)" and 2049
+// "nfs(port 2049" without its closing parenthesis.
 #pragma once
 
 #include <cstdint>

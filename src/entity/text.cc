@@ -36,8 +36,8 @@ int tallyd_mac12_to_mac17(const char *mac12, char *out) {
     return 0;
 }
 
-// Bytes count as signed chars, as on the device's compiler: a byte above 127
-// adds a negative amount.
+// Bytes count as signed chars, as the stored ids were hashed: a byte above
+// 127 adds a negative amount.
 uint32_t tallyd_str_hash(const char *text) {
     uint32_t a = 63689, h = 0;
     for (const char *p = text; p && *p; ++p) {

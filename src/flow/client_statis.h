@@ -15,6 +15,6 @@
 // Only mode 1 works; any other mode returns 0 at once. Returns -1 after
 // "database disk image is malformed" (statistic_db is then rebuilt),
 // else 0. Failures are logged as "tallyd, value = %s, aErrMsg = %s\n" with the
-// statement as the device prints it.
+// statement printed with its values.
 int tallyd_pre_handle_client_statis_info(int32_t mode, tallyd_table src_table,
                                          tallyd_table dst_table, sql_conn &conn, uint32_t now);

@@ -105,7 +105,8 @@ int tallyd_pre_handle_avp_ap_ssid(int32_t mode, tallyd_table src_table, tallyd_t
         rollup_bind_app(s, app, stamp, rows.at(r, 0), rows.int_at(r, 1));
         s.bind(4, int64_t{rows.int_at(r, 2)});
         s.bind(5, int64_t{rows.int_at(r, 3)});
-        // Printed with "%lu" on the device: the sums keep their low 32 bits.
+        // These columns store "%lu" of a 32-bit long: the sums keep their
+        // low 32 bits.
         s.bind(6, int64_t{rows.u32_at(r, 4)});
         s.bind(7, int64_t{rows.u32_at(r, 5)});
         s.bind(8, int64_t{rows.int_at(r, 6)});
@@ -126,7 +127,7 @@ int tallyd_pre_handle_avp_top_client(int32_t mode, tallyd_table src_table, tally
                       static_cast<unsigned long>(range_start(mode, stamp)),
                       static_cast<unsigned long>(stamp), limit);
     // One MAC buffer for the whole walk: a colon MAC of the wrong length
-    // leaves it as the previous row left it, as on the device.
+    // leaves it as the previous row left it, and that row's MAC is stored.
     char mac[32] = {};
     auto keep = [&](const sql_table &rows, int r) {
         const char *text = rollup_text(rows.at(r, 0));

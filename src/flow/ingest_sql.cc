@@ -60,7 +60,8 @@ int32_t flow_sql::group_id(const char *file_name) {
         s->bind_static(1, ap_mac);
         rc = s->step(&err);
         if (rc == SQLITE_ROW) {
-            // The device reads the value as text and converts it with atoi.
+            // Read as text and converted with atoi: a value that is not a
+            // number gives group 0.
             auto text = reinterpret_cast<const char *>(sqlite3_column_text(s->get(), 0));
             group = text ? std::atoi(text) : 0;
         }

@@ -1,7 +1,7 @@
 // Small SQL helpers shared by the hourly, daily and client statistics rollups.
 //
-// The rollups print their statements the way the device always has (fixed
-// buffers, "%s" between single quotes, "%llu" and "%lu" numbers) but run the
+// The rollups store what their statements printed into fixed buffers would
+// store ("%s" between single quotes, "%llu" and "%lu" numbers), but run the
 // per-row ones as prepared statements. These helpers keep the two in step:
 // texts bound as the printed literal would have stored them, and one prepared
 // statement per (statement, table), cached on the target connection.

@@ -9,7 +9,7 @@
 
 // now on the first run (previous 0), else previous + period; now instead when
 // that lies `drift` seconds or more from now in either direction (32-bit
-// signed difference, as on the device).
+// signed difference).
 inline uint32_t rollup_next_stamp(uint32_t previous, uint32_t now, uint32_t period, int32_t drift) {
     const uint32_t stamp = previous == 0 ? now : previous + period;
     const int32_t off = static_cast<int32_t>(stamp - now);

@@ -8,9 +8,9 @@
 // the dispatcher only while a handler runs). One reply at a time: a report
 // that needs several datagrams starts and sends each in turn.
 //
-// The write position word (offset 24) held the buffer's in-memory address on
-// the device; nobody reads it. Here it always carries 28, the offset that
-// address pointed at, so replies are the same bytes on every host and run.
+// The write position word (offset 24) is read by no peer; it carries 28, the
+// offset where the payload starts, rather than a buffer address, so replies
+// are the same bytes on every host and run.
 #pragma once
 
 #include <sys/socket.h>
