@@ -2,7 +2,6 @@
 // rows on its 59-second schedule (run fast with TALLYD_TIME_SCALE), bad files
 // are dropped, and later rounds from tallyd-flowgen reach the hour tables.
 #include <gtest/gtest.h>
-#include <sqlite3.h>
 
 #include <cstdlib>
 #include <filesystem>
@@ -19,20 +18,10 @@ namespace {
 
 constexpr uint32_t kScale = 30;  // a flow run every 2 s, the hour task every 10 s
 
-// Reads a database the daemon keeps open, without disturbing it.
+// A number the daemon's database holds; -1 when the query gives none.
 int64_t query_int(const std::string &file, const std::string &sql) {
-    sqlite3 *db = nullptr;
-    int64_t v = -1;
-    if (sqlite3_open_v2(file.c_str(), &db, SQLITE_OPEN_READONLY, nullptr) == SQLITE_OK) {
-        sqlite3_busy_timeout(db, 2000);
-        sqlite3_stmt *s = nullptr;
-        if (sqlite3_prepare_v2(db, sql.c_str(), -1, &s, nullptr) == SQLITE_OK &&
-            sqlite3_step(s) == SQLITE_ROW)
-            v = sqlite3_column_int64(s, 0);
-        sqlite3_finalize(s);
-    }
-    sqlite3_close_v2(db);
-    return v;
+    const std::string v = e2e_sql(file, sql);
+    return v.empty() || v.find_first_not_of("0123456789") != std::string::npos ? -1 : std::stoll(v);
 }
 
 size_t spool_files(const std::string &spool) {
@@ -44,7 +33,7 @@ size_t spool_files(const std::string &spool) {
     return n;
 }
 
-TEST(flow_ingest_e2e, SpoolFilesBecomeBaseRowsThenHourBuckets) {
+TEST(FlowIngestE2e, SpoolFilesBecomeBaseRowsThenHourBuckets) {
     tallyd_daemon_options options;
     options.time_scale = kScale;
     tallyd_daemon d(options);

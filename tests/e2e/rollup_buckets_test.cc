@@ -1,7 +1,6 @@
 // The daemon running fast (TALLYD_TIME_SCALE) turns simulated flow files into
 // five-minute buckets holding exactly the traffic of the files.
 #include <gtest/gtest.h>
-#include <sqlite3.h>
 
 #include <cstdlib>
 #include <map>
@@ -53,32 +52,19 @@ sums_t expected(const flow_sim_config &c) {
     return s;
 }
 
-class db_reader {
-   public:
-    explicit db_reader(const std::string &path) {
-        sqlite3_open_v2(path.c_str(), &db_, SQLITE_OPEN_READONLY, nullptr);
-        sqlite3_busy_timeout(db_, 2000);
-    }
-    ~db_reader() { sqlite3_close_v2(db_); }
-    // Rows of a two-column query as key -> integer.
-    std::map<std::string, uint64_t> pairs(const std::string &sql) {
+// Rows of a two-column query on the daemon's main database as key -> number.
+struct db_reader {
+    std::string file;
+    std::map<std::string, uint64_t> pairs(const std::string &sql) const {
         std::map<std::string, uint64_t> out;
-        sqlite3_stmt *s = nullptr;
-        if (sqlite3_prepare_v2(db_, sql.c_str(), -1, &s, nullptr) != SQLITE_OK) return out;
-        while (sqlite3_step(s) == SQLITE_ROW)
-            out[reinterpret_cast<const char *>(sqlite3_column_text(s, 0))] =
-                static_cast<uint64_t>(sqlite3_column_int64(s, 1));
-        sqlite3_finalize(s);
+        for (const auto &row : e2e_rows(file, sql)) out[row.at(0)] = std::stoull(row.at(1));
         return out;
     }
-
-   private:
-    sqlite3 *db_ = nullptr;
 };
 
 // The bucket times, waiting up to 20 s for `count`. The client table is the
 // last of the three a run writes, so its buckets are complete everywhere.
-std::map<std::string, uint64_t> wait_buckets(db_reader &db, size_t count) {
+std::map<std::string, uint64_t> wait_buckets(const db_reader &db, size_t count) {
     std::map<std::string, uint64_t> b;
     eventually(
         [&] {
@@ -99,7 +85,7 @@ TEST(RollupBuckets, FlowFilesBecomeFiveMinuteBucketsOfTheirTraffic) {
     const flow_sim_config first = batch(11), second = batch(12);
     write_batch(d, first);
 
-    db_reader db(d.path("/tmp/tallyd/avp_1.0.db"));
+    const db_reader db{d.path("/tmp/tallyd/avp_1.0.db")};
     auto buckets = wait_buckets(db, 1);
     ASSERT_EQ(buckets.size(), 1u) << d.log_text();
     write_batch(d, second);  // well before the next flow run and bucket

@@ -1,5 +1,6 @@
 // Small helpers of the end-to-end tests: whole-file text I/O, running a tool
-// of the build, and waiting for a condition that a running daemon makes true.
+// of the build, reading the daemon's databases, and waiting for a condition
+// that a running daemon makes true.
 #pragma once
 
 #include <sys/wait.h>
@@ -13,8 +14,11 @@
 #include <string>
 #include <thread>
 #include <utility>
+#include <vector>
 
 #include "base/file.h"
+#include "db/db_files.h"
+#include "db/sql.h"
 
 inline std::string read_text(const std::string &path) {
     std::ifstream in(path);
@@ -38,6 +42,44 @@ inline std::pair<std::string, int> run_tool(const std::string &command) {
     while (size_t n = std::fread(buf, 1, sizeof buf, p.get())) out.append(buf, n);
     int status = pclose(p.release());
     return {out, WIFEXITED(status) ? WEXITSTATUS(status) : -1};
+}
+
+// Every row of a statement run on a database file the daemon keeps open,
+// through a connection of the test's own that waits for the daemon's writes;
+// NULL reads "NULL". *error (optional) gets SQLite's message, or "open", when
+// it fails.
+inline std::vector<std::vector<std::string>> e2e_rows(const std::string &file,
+                                                      const std::string &statement,
+                                                      std::string *error = nullptr) {
+    std::vector<std::vector<std::string>> rows;
+    sql_conn db;
+    sql_error err{SQLITE_CANTOPEN, "open"};
+    if (tallyd_db_open(file, SQLITE_OPEN_READWRITE, db) == SQLITE_OK) {
+        sqlite3_busy_timeout(db.get(), 3000);
+        sql_stmt s = sql_prepare(db.get(), statement.c_str(), &err);
+        while (s && s.step(&err) == SQLITE_ROW) {
+            rows.emplace_back();
+            for (int c = 0; c < sqlite3_column_count(s.get()); ++c) {
+                auto t = reinterpret_cast<const char *>(sqlite3_column_text(s.get(), c));
+                rows.back().push_back(t ? t : "NULL");
+            }
+        }
+    }
+    if (error) *error = err.failed() ? err.text : "";
+    return rows;
+}
+
+// The same rows as one text: "a|b" per row, rows joined with ','; "ERROR:
+// <message>" when the statement fails.
+inline std::string e2e_sql(const std::string &file, const std::string &statement) {
+    std::string error, out;
+    bool first = true;
+    for (const auto &row : e2e_rows(file, statement, &error)) {
+        if (!first) out += ',';
+        first = false;
+        for (size_t c = 0; c < row.size(); ++c) out += (c ? "|" : "") + row[c];
+    }
+    return error.empty() ? out : "ERROR: " + error;
 }
 
 // Polls done every 50 ms until it holds or timeout_ms have passed; the

@@ -7,7 +7,7 @@
 #include "base/wire.h"
 #include "support/test_root.h"
 
-TEST(Wire, BigEndianRoundTripIsByteExact) {
+TEST(BaseWire, BigEndianRoundTripIsByteExact) {
     uint8_t b[8] = {};
     be32_put(b, 0x03000045);
     EXPECT_EQ(0x03, b[0]);
@@ -21,7 +21,7 @@ TEST(Wire, BigEndianRoundTripIsByteExact) {
     EXPECT_EQ(0xabcd, be16_get(b));
 }
 
-TEST(Wire, BoundedReadersNeverLeaveTheBuffer) {
+TEST(BaseWire, BoundedReadersNeverLeaveTheBuffer) {
     const uint8_t msg[6] = {0, 0, 0, 7, 'a', 'b'};
     std::span<const uint8_t> s(msg);
     EXPECT_EQ(7u, wire_be32(s, 0));
@@ -40,7 +40,7 @@ TEST(Wire, BoundedReadersNeverLeaveTheBuffer) {
     EXPECT_STREQ("x", out);
 }
 
-TEST(Wire, FieldTablesReadAndWriteTheSameLayout) {
+TEST(BaseWire, FieldTablesReadAndWriteTheSameLayout) {
     static constexpr wire_field kId{"id", 4, 4, wire_kind::be32};
     static constexpr wire_field kName{"name", 8, 6, wire_kind::text};
     static constexpr wire_field kOutside{"far", 20, 8, wire_kind::be64};

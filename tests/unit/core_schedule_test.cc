@@ -18,7 +18,7 @@ namespace {
 
 constexpr tallyd_table kTable = tallyd_table::avp_top_client_hour;
 
-class schedule_test : public root_test {
+class CoreSchedule : public root_test {
    protected:
     void SetUp() override {
         root_test::SetUp();
@@ -41,7 +41,7 @@ class schedule_test : public root_test {
     sql_conn closed_;
 };
 
-TEST_F(schedule_test, HourDelayKeepsThePhaseOfTheNewestRow) {
+TEST_F(CoreSchedule, HourDelayKeepsThePhaseOfTheNewestRow) {
     newest(std::to_string(kStartTime - 100));
     EXPECT_EQ(hour(), 200);
     newest(std::to_string(kStartTime - 300));
@@ -54,7 +54,7 @@ TEST_F(schedule_test, HourDelayKeepsThePhaseOfTheNewestRow) {
     EXPECT_EQ(hour(), 283);
 }
 
-TEST_F(schedule_test, ClockBehindTheNewestRowGivesMoreThanAPeriod) {
+TEST_F(CoreSchedule, ClockBehindTheNewestRowGivesMoreThanAPeriod) {
     newest(std::to_string(kStartTime + 50));
     EXPECT_EQ(hour(), 350);
     newest(std::to_string(kStartTime + 299));
@@ -65,7 +65,7 @@ TEST_F(schedule_test, ClockBehindTheNewestRowGivesMoreThanAPeriod) {
     EXPECT_EQ(hour(), 152);
 }
 
-TEST_F(schedule_test, PeriodsOfEveryKind) {
+TEST_F(CoreSchedule, PeriodsOfEveryKind) {
     newest(std::to_string(kStartTime - 100));
     EXPECT_EQ(tallyd_get_remanent_time(TALLYD_PERIOD_DAY, conn_, kTable), 7117);
     EXPECT_EQ(tallyd_get_remanent_time(TALLYD_PERIOD_WEEK, conn_, kTable), 43143);
@@ -76,7 +76,7 @@ TEST_F(schedule_test, PeriodsOfEveryKind) {
     EXPECT_EQ(tallyd_get_remanent_time(-1, conn_, kTable), 0);
 }
 
-TEST_F(schedule_test, NothingStoredOrNothingToAsk) {
+TEST_F(CoreSchedule, NothingStoredOrNothingToAsk) {
     EXPECT_EQ(hour(), 300);  // empty table
     EXPECT_EQ(tallyd_get_remanent_time(TALLYD_PERIOD_BACKUP, conn_, kTable), 3587);
     newest("NULL");
@@ -95,7 +95,7 @@ void stop_loop(void *, void *) {
     eloop_terminate();
 }
 
-TEST_F(schedule_test, TasksWhoseDatabaseIsClosedRunInTheFirstPasses) {
+TEST_F(CoreSchedule, TasksWhoseDatabaseIsClosedRunInTheFirstPasses) {
     // No database open: the rollups get a first delay of -1, which is kept and
     // makes them fire at once; each re-arms, except the statistics purge,
     // which ends itself without statistic_db. The flow task waits its 59 s.

@@ -212,7 +212,7 @@ TEST_F(DbFiles, RecoveryRebuildsExactlyTheDatabasesOfTheMask) {
     EXPECT_TRUE(logged(LOG_WARNING, "tallyd, recover hour and day tables from malformed\n"));
     EXPECT_EQ(0, log_count("week and month"));
     // No flash copy of avp_1.0: the rebuild emptied the flash directory
-    // under the open flash database, as the device does.
+    // under the open flash database.
     EXPECT_FALSE(exists(dev(kFlash, "avp_flash.db")));
 
     tallyd_recover_from_malformed(TALLYD_RECOVER_FLASH | TALLYD_RECOVER_BACKUP);

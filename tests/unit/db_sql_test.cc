@@ -21,7 +21,7 @@ std::string escape(const std::string &text, int32_t size) {
     return buf.c_str();
 }
 
-TEST(SqlEscape, DoublesQuotesWithinTheCallersBound) {
+TEST(DbSql, EscapeDoublesQuotesWithinTheCallersBound) {
     EXPECT_EQ("it''s", escape("it's", 64));
     EXPECT_EQ("ab''", escape("ab'cd", 6));   // stops once size - 2 characters are out
     EXPECT_EQ("abc", escape("abc'd", 5));    // the limit is reached before the quote

@@ -10,7 +10,7 @@ namespace {
 
 constexpr const char *kXrepo = "/etc/corvane/xrepo/";
 
-class Dict : public root_test {
+class EntityDict : public root_test {
    protected:
     void SetUp() override {
         root_test::SetUp();
@@ -62,7 +62,7 @@ class Dict : public root_test {
     }
 };
 
-TEST_F(Dict, IdsArePersistedAndStableAcrossRestart) {
+TEST_F(EntityDict, IdsArePersistedAndStableAcrossRestart) {
     seed_all();
     EXPECT_EQ(1, tallyd_avp_ap_mapping("00:11:22:33:44:55"));
     EXPECT_EQ(2, tallyd_avp_ap_mapping("00:11:22:33:44:66"));
@@ -89,7 +89,7 @@ TEST_F(Dict, IdsArePersistedAndStableAcrossRestart) {
     EXPECT_EQ(5, tallyd_avp_ap_mapping("00:11:22:33:44:77"));
 }
 
-TEST_F(Dict, GroupAndDeviceIdsNameTheirBucket) {
+TEST_F(EntityDict, GroupAndDeviceIdsNameTheirBucket) {
     seed_all();
     const int32_t phone = static_cast<int32_t>(tallyd_str_hash("phone") % 256);
     const int32_t tablet = static_cast<int32_t>(tallyd_str_hash("tablet") % 256);
@@ -122,7 +122,7 @@ TEST_F(Dict, GroupAndDeviceIdsNameTheirBucket) {
               tallyd_avp_dvcinfo_mapping("laptop"));
 }
 
-TEST_F(Dict, CounterContinuesAfterTheHighestStoredId) {
+TEST_F(EntityDict, CounterContinuesAfterTheHighestStoredId) {
     seed("avpap-list",
          "<avpap id=\"3\" ap=\"a\"/><avpap id=\"40\" ap=\"b\"/><avpap id=\"7\" ap=\"c\"/>"
          "<avpap id=\"0\" ap=\"skipped\"/><avpap ap=\"no id\"/>");
@@ -142,7 +142,7 @@ TEST_F(Dict, CounterContinuesAfterTheHighestStoredId) {
     EXPECT_EQ(5, tallyd_sys_info.apgroup_count);
 }
 
-TEST_F(Dict, FiftySeventhApOnASmallPlatformChainsBehindAnEarlierOne) {
+TEST_F(EntityDict, FiftySeventhApOnASmallPlatformChainsBehindAnEarlierOne) {
     seed_all();
     for (int i = 1; i <= 56; ++i) ASSERT_EQ(i, tallyd_avp_ap_mapping(mac(i).c_str()));
     // A MAC for the 57th AP that falls into the bucket of the first one.
@@ -165,7 +165,7 @@ TEST_F(Dict, FiftySeventhApOnASmallPlatformChainsBehindAnEarlierOne) {
     EXPECT_EQ(57, tallyd_avp_ap_lookup_name(extra.c_str()));
 }
 
-TEST_F(Dict, EmptyApMacOrSsidGetsAFreshIdEveryTime) {
+TEST_F(EntityDict, EmptyApMacOrSsidGetsAFreshIdEveryTime) {
     seed_all();
     EXPECT_EQ(1, tallyd_avp_ap_mapping(""));
     EXPECT_EQ(2, tallyd_avp_ap_mapping(""));
@@ -177,7 +177,7 @@ TEST_F(Dict, EmptyApMacOrSsidGetsAFreshIdEveryTime) {
     EXPECT_EQ("1= 2= ", stored("avpap-list", "ap"));
 }
 
-TEST_F(Dict, MissingOrMalformedListKeepsNewIdsInMemoryOnly) {
+TEST_F(EntityDict, MissingOrMalformedListKeepsNewIdsInMemoryOnly) {
     // No lists at all: ids are still handed out, nothing is created on disk.
     tallyd_load_dictionaries(&tallyd_sys_info);
     EXPECT_EQ(1, tallyd_avp_ap_mapping("a"));
@@ -196,7 +196,7 @@ TEST_F(Dict, MissingOrMalformedListKeepsNewIdsInMemoryOnly) {
     EXPECT_EQ(broken, read_file(std::string(kXrepo) + "avpssid-list.xml"));
 }
 
-TEST_F(Dict, UnusableTableSizeFailsWithoutTouchingTheCounter) {
+TEST_F(EntityDict, UnusableTableSizeFailsWithoutTouchingTheCounter) {
     seed_all();
     tallyd_sys_info.ap_max = 0;
     EXPECT_EQ(0, tallyd_avp_ap_mapping("a"));

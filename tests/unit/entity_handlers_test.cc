@@ -161,7 +161,7 @@ TEST_F(EntityHandlers, ArcSwitchAndItsFiles) {
         tallyd_handle_arc_qpx_interface(m);
         return tallyd_sys_info.qpx_push;
     };
-    EXPECT_EQ(1, arc(2));  // enabled, but traced as disabled: kept as it always was
+    EXPECT_EQ(1, arc(2));  // enabled, but traced as disabled
     EXPECT_TRUE(logged(LOG_DEBUG, "tallyd, arc qpx interface: disabled\n"));
     EXPECT_TRUE(exists("/tmp/tallyd/arc_app.db"));
     EXPECT_EQ(1, arc(1));

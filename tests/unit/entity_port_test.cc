@@ -13,7 +13,7 @@ std::string label(int32_t port) {
     return out;
 }
 
-TEST(PortName, KnownPortsKeepTheirLabelsOddOnesIncluded) {
+TEST(EntityPortName, KnownPortsKeepTheirLabelsOddOnesIncluded) {
     EXPECT_EQ("gre(port 70)", label(47));
     EXPECT_EQ("eigrp(port 70)", label(88));
     EXPECT_EQ("nfs(port 2049", label(2049));
@@ -29,7 +29,7 @@ TEST(PortName, KnownPortsKeepTheirLabelsOddOnesIncluded) {
     EXPECT_EQ("port 65536", label(65536));
 
     // Exactly 65 labelled ports, each naming its own number except the two
-    // that have always said 70.
+    // that say 70.
     int labelled = 0;
     for (int32_t p = 0; p <= 65535; ++p) {
         std::string l = label(p);

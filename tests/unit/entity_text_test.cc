@@ -7,7 +7,7 @@
 
 namespace {
 
-TEST(MacText, ConversionsCheckLengthAndKeepCase) {
+TEST(EntityMacText, ConversionsCheckLengthAndKeepCase) {
     char out[20];
     std::memset(out, 'z', sizeof out);
     EXPECT_EQ(0, tallyd_mac17_to_mac12("00-1A-2b-3C-4d-5E", out));
@@ -34,7 +34,7 @@ TEST(MacText, ConversionsCheckLengthAndKeepCase) {
     EXPECT_STREQ("@[`{\xc3\xa9", tallyd_str_tolower(other));
 }
 
-TEST(StrHash, TwoMultipliersAndSignedBytes) {
+TEST(EntityStrHash, TwoMultipliersAndSignedBytes) {
     EXPECT_EQ(0u, tallyd_str_hash(""));
     EXPECT_EQ(65u, tallyd_str_hash("A"));
     EXPECT_EQ(4294967295u, tallyd_str_hash("\xff"));

@@ -16,7 +16,7 @@ const char *kSsidCols = "SELECT time, app, ssid, uplink, downlink, group_id FROM
 
 }  // namespace
 
-TEST_F(rollup_test, BackupTaskFoldsTheLastHourOfTheHourTables) {
+TEST_F(FlowRollup, BackupTaskFoldsTheLastHourOfTheHourTables) {
     // (time, app, port, ap_mac, ssid, uplink, downlink, group_id); the range
     // is [now - 3587, now).
     insert(tallyd_db_set.db, "avp_ap_ssid_hour",
@@ -51,7 +51,7 @@ TEST_F(rollup_test, BackupTaskFoldsTheLastHourOfTheHourTables) {
                       {at(0), "001122334455", "1", "150"}}));
 }
 
-TEST_F(rollup_test, EachSsidGetsItsShareOfTheRowBudget) {
+TEST_F(FlowRollup, EachSsidGetsItsShareOfTheRowBudget) {
     rows_t rows;
     for (int ssid = 1; ssid <= 10; ++ssid)
         for (int a = 0; a < 100; ++a)
@@ -98,7 +98,7 @@ TEST_F(rollup_test, EachSsidGetsItsShareOfTheRowBudget) {
     EXPECT_EQ(statements, 0);
 }
 
-TEST_F(rollup_test, DayTaskSumsTheBackupsAndStartsAFreshBackup) {
+TEST_F(FlowRollup, DayTaskSumsTheBackupsAndStartsAFreshBackup) {
     // (time, app, port, ssid, uplink, downlink, group_id): the whole backup
     // table is summed, also rows older than one day period.
     insert(tallyd_db_set.backup_hour_db, "avp_ssid_backup",
@@ -135,7 +135,7 @@ TEST_F(rollup_test, DayTaskSumsTheBackupsAndStartsAFreshBackup) {
               (rows_t{{"---"}}));
 }
 
-TEST_F(rollup_test, DayStampKeepsItsPeriodWithinTwoMinutes) {
+TEST_F(FlowRollup, DayStampKeepsItsPeriodWithinTwoMinutes) {
     auto run = [](int32_t step) {
         tallyd_clock_advance(step);
         tallyd_pre_handle_day(nullptr, nullptr);
@@ -148,7 +148,7 @@ TEST_F(rollup_test, DayStampKeepsItsPeriodWithinTwoMinutes) {
     EXPECT_EQ(run(-50000), 3 * 7217u + 121 - 50000);  // clock stepped back
 }
 
-TEST_F(rollup_test, MalformedDatabasesOfTheDailyPathAreRebuilt) {
+TEST_F(FlowRollup, MalformedDatabasesOfTheDailyPathAreRebuilt) {
     insert(tallyd_db_set.db, "avp_ap_ssid_hour",
            {{at(-60), "http", "80", "1", "1", "1", "1", "1"}});
     corrupt(tallyd_db_set.backup_hour_db, "/tmp/tallyd/avp_backup_hour.db", "avp_ssid_backup");

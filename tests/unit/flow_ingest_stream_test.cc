@@ -17,7 +17,7 @@
 
 namespace {
 
-class flow_stream_test : public root_test {
+class FlowStream : public root_test {
    protected:
     // A message of n entries whose texts vary in length, so that fields of
     // every size straddle buffer boundaries somewhere.
@@ -53,7 +53,7 @@ class flow_stream_test : public root_test {
     }
 };
 
-TEST_F(flow_stream_test, DecodesAlikeAcrossBufferSizesAndFileEnds) {
+TEST_F(FlowStream, DecodesAlikeAcrossBufferSizesAndFileEnds) {
     std::vector<uint8_t> bytes = report(50);
     auto out = std::make_unique<ArcMessage>();
     // One byte at a time, sizes that split fields, the file size exactly (the
@@ -73,7 +73,7 @@ TEST_F(flow_stream_test, DecodesAlikeAcrossBufferSizesAndFileEnds) {
     EXPECT_EQ(out->records_count, 0);
 }
 
-TEST_F(flow_stream_test, CutOrUnreadableFilesFail) {
+TEST_F(FlowStream, CutOrUnreadableFilesFail) {
     std::vector<uint8_t> bytes = report(3);
     auto out = std::make_unique<ArcMessage>();
     for (size_t cut : {size_t{1}, bytes.size() / 2, bytes.size() - 1}) {

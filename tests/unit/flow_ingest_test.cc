@@ -62,7 +62,7 @@ std::vector<ArcFlowRecord> entries(int n, const char *ap) {
     return v;
 }
 
-class flow_ingest_test : public db_root_test {
+class FlowIngest : public db_root_test {
    protected:
     void SetUp() override {
         db_root_test::SetUp();
@@ -122,7 +122,7 @@ class flow_ingest_test : public db_root_test {
     }
 };
 
-TEST_F(flow_ingest_test, EntriesBecomeRowsWithRunTimeIdsAndGroup) {
+TEST_F(FlowIngest, EntriesBecomeRowsWithRunTimeIdsAndGroup) {
     sql_exec(tallyd_db_set.db.get(),
              "INSERT INTO avp_ap(time, ap_mac, model, group_id) VALUES(0, '00:1a:2b:00:00:01', "
              "'m', 7)");
@@ -173,7 +173,7 @@ TEST_F(flow_ingest_test, EntriesBecomeRowsWithRunTimeIdsAndGroup) {
     EXPECT_NE(sqlite3_get_autocommit(tallyd_db_set.temp_db.get()), 0);  // committed
 }
 
-TEST_F(flow_ingest_test, MalformedFilesAreDroppedWholeAndTheRunGoesOn) {
+TEST_F(FlowIngest, MalformedFilesAreDroppedWholeAndTheRunGoesOn) {
     put(std::string(kAp1) + "-1", entries(50, kAp1));  // 50 is the limit, still fine
     put(std::string(kAp2) + "-1", entries(50, kAp2), arc_bad::too_many);
     put(std::string(kAp2) + "-2", entries(3, kAp2), arc_bad::missing_field);
@@ -199,7 +199,7 @@ TEST_F(flow_ingest_test, MalformedFilesAreDroppedWholeAndTheRunGoesOn) {
     EXPECT_TRUE(exists(std::string(TALLYD_SPOOL_DIR) + "/.hidden:x-1"));
 }
 
-TEST_F(flow_ingest_test, QuotesAreEscapedInTextsAndRejectedInClientMacs) {
+TEST_F(FlowIngest, QuotesAreEscapedInTextsAndRejectedInClientMacs) {
     std::string long_app = std::string(60, 'a') + "'bc";  // 63 characters
     put(std::string(kAp1) + "-1", {entry("it's", "02:00:00:00:00:01", kAp1, "corp", 1, "kid's"),
                                    entry("ok", "02:00:00:00'00:02", kAp1, "corp", 2),
@@ -219,7 +219,7 @@ TEST_F(flow_ingest_test, QuotesAreEscapedInTextsAndRejectedInClientMacs) {
     EXPECT_TRUE(logged(LOG_DEBUG, "tallyd, illegal arc client_mac = 02:00:00:00'00:02"));
 }
 
-TEST_F(flow_ingest_test, EntriesWithoutIdsAreSkipped) {
+TEST_F(FlowIngest, EntriesWithoutIdsAreSkipped) {
     tallyd_sys_info.ap_max = 0;  // an unusable AP table: every mapping answers 0
     put(std::string(kAp1) + "-1", entries(2, kAp1));
 
@@ -229,7 +229,7 @@ TEST_F(flow_ingest_test, EntriesWithoutIdsAreSkipped) {
     EXPECT_EQ(log_count("tallyd, failed to get ssid_id = 1, ap_id = 0\n"), 2) << log_dump();
 }
 
-TEST_F(flow_ingest_test, FailedInsertLogsTheStatementAndDropsTheRestOfTheFile) {
+TEST_F(FlowIngest, FailedInsertLogsTheStatementAndDropsTheRestOfTheFile) {
     sql_exec(tallyd_db_set.temp_db.get(), "DROP TABLE avp_base");
     put(std::string(kAp1) + "-1", {entry("it's", "02:00:00:00:00:01", kAp1, "corp", 7, "Web"),
                                    entry("x", "02:00:00:00:00:02", kAp1, "corp", 8)});
@@ -250,7 +250,7 @@ TEST_F(flow_ingest_test, FailedInsertLogsTheStatementAndDropsTheRestOfTheFile) {
     EXPECT_EQ(spool_entries(), 0u);
 }
 
-TEST_F(flow_ingest_test, MalformedTempDbIsRebuiltDuringTheRun) {
+TEST_F(FlowIngest, MalformedTempDbIsRebuiltDuringTheRun) {
     std::string file = path(TALLYD_DB_TEMP);
     ASSERT_TRUE(corrupt_table(tallyd_db_set.temp_db, file.c_str(), "avp_base"));
     put(std::string(kAp1) + "-1", entries(2, kAp1));
@@ -268,7 +268,7 @@ TEST_F(flow_ingest_test, MalformedTempDbIsRebuiltDuringTheRun) {
     EXPECT_EQ(spool_entries(), 0u);
 }
 
-TEST_F(flow_ingest_test, MalformedMainDbDuringGroupLookupIsRecovered) {
+TEST_F(FlowIngest, MalformedMainDbDuringGroupLookupIsRecovered) {
     std::string file = path(TALLYD_DB_MAIN);
     // The lookup reads the index, the insert the table: both are damaged.
     ASSERT_TRUE(corrupt_table(tallyd_db_set.db, file.c_str(), "avp_ap"));
@@ -292,7 +292,7 @@ TEST_F(flow_ingest_test, MalformedMainDbDuringGroupLookupIsRecovered) {
     EXPECT_NE(sqlite3_get_autocommit(tallyd_db_set.db.get()), 0);
 }
 
-TEST_F(flow_ingest_test, GroupLookupsLeaveDbAsTheyFoundIt) {
+TEST_F(FlowIngest, GroupLookupsLeaveDbAsTheyFoundIt) {
     auto set_group = [](sql_conn &conn, int group) {
         char sql[160];
         std::snprintf(sql, sizeof sql,
@@ -331,7 +331,7 @@ TEST_F(flow_ingest_test, GroupLookupsLeaveDbAsTheyFoundIt) {
     EXPECT_EQ(rows()[0].group_id, "4");
 }
 
-TEST_F(flow_ingest_test, MissingOrUnreadableSpoolChangesNothing) {
+TEST_F(FlowIngest, MissingOrUnreadableSpoolChangesNothing) {
     std::filesystem::remove_all(spool());
     tallyd_handle_flow(kStartTime);
     EXPECT_TRUE(logged(LOG_ERR, "tallyd, failed to open " + spool() + "\n")) << log_dump();
@@ -350,7 +350,7 @@ uint32_t five_seconds_per_reading() {
     return t;
 }
 
-TEST_F(flow_ingest_test, TimeBudgetStopsReadingButEveryFileIsDeleted) {
+TEST_F(FlowIngest, TimeBudgetStopsReadingButEveryFileIsDeleted) {
     for (int i = 0; i < 5; ++i) put(std::string(kAp1) + "-" + std::to_string(i), entries(1, kAp1));
     g_fake_now = 1000;
 
@@ -362,7 +362,7 @@ TEST_F(flow_ingest_test, TimeBudgetStopsReadingButEveryFileIsDeleted) {
     EXPECT_EQ(spool_entries(), 0u);
 }
 
-TEST_F(flow_ingest_test, TimerRearmsFirstAndSkipsWorkWithoutTempDb) {
+TEST_F(FlowIngest, TimerRearmsFirstAndSkipsWorkWithoutTempDb) {
     eloop_init(nullptr);
     put(std::string(kAp1) + "-1", entries(1, kAp1));
     tallyd_db_set.temp_db.close();

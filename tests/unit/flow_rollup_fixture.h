@@ -21,7 +21,7 @@
 
 using rows_t = std::vector<std::vector<std::string>>;
 
-class rollup_test : public db_root_test {
+class FlowRollup : public db_root_test {
    protected:
     void SetUp() override {
         db_root_test::SetUp();

@@ -43,7 +43,7 @@ void add_flows(const flows_t &flows, uint32_t time = kT0) {
         rows.push_back({std::to_string(time), f.app, f.port, f.client, f.ap, f.ssid,
                         std::to_string(f.up), std::to_string(f.down), std::to_string(f.up + f.down),
                         "", f.group});
-    rollup_test::insert(tallyd_db_set.temp_db, "avp_base", rows);
+    FlowRollup::insert(tallyd_db_set.temp_db, "avp_base", rows);
 }
 
 // Rows "key..., sums..." of the flows grouped by key().
@@ -107,13 +107,13 @@ const char *kApSsid =
 const char *kTopClient = "SELECT client_mac, ap_mac, total FROM avp_top_client_hour";
 
 row_set rows_of(const std::string &sql, sql_conn &conn = tallyd_db_set.db) {
-    rows_t r = rollup_test::query(conn, sql);
+    rows_t r = FlowRollup::query(conn, sql);
     return {r.begin(), r.end()};
 }
 
 }  // namespace
 
-TEST_F(rollup_test, HourBucketsHoldTheSumsOfAvpBase) {
+TEST_F(FlowRollup, HourBucketsHoldTheSumsOfAvpBase) {
     const flows_t flows = make_flows(7, 400);
     add_flows(flows);
     tallyd_pre_handle_hour(nullptr, nullptr);
@@ -141,7 +141,7 @@ TEST_F(rollup_test, HourBucketsHoldTheSumsOfAvpBase) {
     EXPECT_EQ(scalar(tallyd_db_set.temp_db, "SELECT count(*) FROM avp_base"), 0);
 }
 
-TEST_F(rollup_test, HourSumsKeepTheirWidthAndMacsTheDeviceForm) {
+TEST_F(FlowRollup, HourSumsKeepTheirWidthAndMacsTheDeviceForm) {
     // 5,000,000,000 bytes: 64-bit everywhere but in avp_ap_ssid_hour, which
     // prints its sums with "%lu" and keeps their low 32 bits.
     add_flows({{"video", "443", "00:11:22:33:44:55", "1", "1", 3000000000, 1, "1"},
@@ -158,7 +158,7 @@ TEST_F(rollup_test, HourSumsKeepTheirWidthAndMacsTheDeviceForm) {
               (row_set{{"001122334455", "2", "20"}, {"001122334455", "1", "5000000003"}}));
 }
 
-TEST_F(rollup_test, HourRowLimitsFollowThePlatformClass) {
+TEST_F(FlowRollup, HourRowLimitsFollowThePlatformClass) {
     // 2001 clients, each on its own AP with its own app/AP/SSID group; 801
     // applications. Traffic grows with the index.
     flows_t flows;
@@ -190,7 +190,7 @@ TEST_F(rollup_test, HourRowLimitsFollowThePlatformClass) {
     EXPECT_EQ(scalar(tallyd_db_set.db, "SELECT count(*) FROM avp_ap_ssid_hour" + bucket), 2001);
 }
 
-TEST_F(rollup_test, HourStampFollowsTheTimerAndResyncsOnDrift) {
+TEST_F(FlowRollup, HourStampFollowsTheTimerAndResyncsOnDrift) {
     auto run = [&](int32_t step) {
         tallyd_clock_advance(step);
         add_flows({{"http", "80", "00:11:22:33:44:55", "1", "1", 1, 1, "1"}});
@@ -211,7 +211,7 @@ TEST_F(rollup_test, HourStampFollowsTheTimerAndResyncsOnDrift) {
     EXPECT_EQ(scalar(tallyd_db_set.db, "SELECT count(DISTINCT time) FROM avp_top_client_hour"), 12);
 }
 
-TEST_F(rollup_test, FailedInsertLeavesItsTransactionOpenForTheNextCommit) {
+TEST_F(FlowRollup, FailedInsertLeavesItsTransactionOpenForTheNextCommit) {
     // Any failure but a malformed database is logged and counts as success:
     // avp_base is emptied, but the failed rollup neither commits nor rolls back.
     const flows_t first = make_flows(1, 50), second = make_flows(2, 50);
@@ -241,7 +241,7 @@ TEST_F(rollup_test, FailedInsertLeavesItsTransactionOpenForTheNextCommit) {
     EXPECT_EQ(rows_of(kTopClient, reader), top_client(second));
 }
 
-TEST_F(rollup_test, MalformedDatabasesAreRebuiltAndTheScheduleGoesOn) {
+TEST_F(FlowRollup, MalformedDatabasesAreRebuiltAndTheScheduleGoesOn) {
     // A corrupt temp_db: the first SELECT fails; temp_db and db are rebuilt.
     add_flows(make_flows(3, 50));
     corrupt(tallyd_db_set.temp_db, "/tmp/tallyd/avp_temp.db", "avp_base");

@@ -14,7 +14,7 @@ void add_hourly(const rows_t &rows) {
     for (const auto &r : rows)
         full.push_back({r[0], r[1], r[2], r[3], "4", r[4], "5", "10.0.0.9", "fe80::1", r[5], "10",
                         "36", "1", "2", "wpa2", "o'neil", "1"});
-    rollup_test::insert(tallyd_db_set.statistic_db, "statis_client_info_h", full);
+    FlowRollup::insert(tallyd_db_set.statistic_db, "statis_client_info_h", full);
 }
 
 int rollup(uint32_t now, int32_t mode = 1) {
@@ -25,7 +25,7 @@ int rollup(uint32_t now, int32_t mode = 1) {
 
 }  // namespace
 
-TEST_F(rollup_test, ClientIdentitiesKeepOneDailyRowPerAssociation) {
+TEST_F(FlowRollup, ClientIdentitiesKeepOneDailyRowPerAssociation) {
     const std::string t = std::to_string(kT0);
     add_hourly({{t, "00:11:22:33:44:55", "1", "1", "1", "guest's tablet"},
                 {t, "00:11:22:33:44:55", "1", "1", "1", "guest's tablet"},
@@ -59,7 +59,7 @@ TEST_F(rollup_test, ClientIdentitiesKeepOneDailyRowPerAssociation) {
               (rows_t{{"guest's tablet"}, {"printer"}, {"renamed"}}));
 }
 
-TEST_F(rollup_test, ClientStatisticsFailuresShowTheStatementsAndRebuildWhenMalformed) {
+TEST_F(FlowRollup, ClientStatisticsFailuresShowTheStatementsAndRebuildWhenMalformed) {
     add_hourly({{std::to_string(kT0), "00:11:22:33:44:55", "1", "2", "3", "guest's tablet"}});
     exec(tallyd_db_set.statistic_db, "DROP TABLE statis_client_info_d");
     EXPECT_EQ(rollup(kT0), 0);
@@ -86,7 +86,7 @@ TEST_F(rollup_test, ClientStatisticsFailuresShowTheStatementsAndRebuildWhenMalfo
               (rows_t{{"---"}}));
 }
 
-TEST_F(rollup_test, StatisticsTaskPurgesDailyRowsAndEndsWithoutItsDatabase) {
+TEST_F(FlowRollup, StatisticsTaskPurgesDailyRowsAndEndsWithoutItsDatabase) {
     sql_conn &stat = tallyd_db_set.statistic_db;
     tallyd_clock_advance(5);
     exec(stat, "INSERT INTO statis_client_d(time, client_mac) VALUES(" +

@@ -60,7 +60,7 @@ const tallyd_route_table ctrl_table{ctrl_rows};
 const tallyd_route_table stat_table{stat_rows};
 
 // A daemon socket in the temporary root and a client bound beside it.
-class ipc_test : public root_test {
+class Ipc : public root_test {
    protected:
     void SetUp() override {
         root_test::SetUp();
@@ -93,7 +93,7 @@ class ipc_test : public root_test {
     unix_sock client_{};
 };
 
-TEST_F(ipc_test, AddressesAndListeningSockets) {
+TEST_F(Ipc, AddressesAndListeningSockets) {
     sockaddr_un a;
     memset(&a, 0x55, sizeof a);
     EXPECT_EQ(13, tallyd_fill_unix_addr(&a, "/tmp/x.sock"));
@@ -117,7 +117,7 @@ TEST_F(ipc_test, AddressesAndListeningSockets) {
     EXPECT_TRUE(logged(LOG_ERR, "tallyd, can not bind Unit socket\n"));
 }
 
-TEST_F(ipc_test, ControlHeaderFailuresAreLoggedAndDropped) {
+TEST_F(Ipc, ControlHeaderFailuresAreLoggedAndDropped) {
     send_raw(bytes(11, 1));
     tallyd_ctrl_receive(server_, const_cast<tallyd_route_table *>(&ctrl_table), nullptr);
     EXPECT_TRUE(logged(LOG_ERR, "tallyd, recvfrom msg too short, len = 11\n")) << log_dump();
@@ -149,7 +149,7 @@ TEST_F(ipc_test, ControlHeaderFailuresAreLoggedAndDropped) {
     EXPECT_EQ(nullptr, tallyd_sys_info.peer_addr_len);
 }
 
-TEST_F(ipc_test, RoutedIdsRunTheirHandlersOnTheWholeZeroedBuffer) {
+TEST_F(Ipc, RoutedIdsRunTheirHandlersOnTheWholeZeroedBuffer) {
     // A long message first, so stale bytes would show after the short one.
     send_raw(message(TALLYD_MSG_AP_ADD, 600));
     tallyd_ctrl_receive(server_, const_cast<tallyd_route_table *>(&ctrl_table), nullptr);
@@ -172,7 +172,7 @@ TEST_F(ipc_test, RoutedIdsRunTheirHandlersOnTheWholeZeroedBuffer) {
     EXPECT_TRUE(reply().empty());
 }
 
-TEST_F(ipc_test, ReplyGoesBackToTheSenderByteForByte) {
+TEST_F(Ipc, ReplyGoesBackToTheSenderByteForByte) {
     send_raw(message(TALLYD_MSG_GET_TOP_SUMMARY, 0));
     tallyd_ctrl_receive(server_, const_cast<tallyd_route_table *>(&ctrl_table), nullptr);
     bytes r = reply();
@@ -192,7 +192,7 @@ TEST_F(ipc_test, ReplyGoesBackToTheSenderByteForByte) {
     EXPECT_EQ(16u, wire_be32(tallyd_reply_buffer(), TALLYD_HDR_LENGTH.offset));
 }
 
-TEST_F(ipc_test, ReplyLimitsAndSendFailure) {
+TEST_F(Ipc, ReplyLimitsAndSendFailure) {
     tallyd_reply_start(1);
     EXPECT_EQ(TALLYD_REPLY_BUF_SIZE - 28, tallyd_reply_reserve(TALLYD_REPLY_BUF_SIZE - 28).size());
     EXPECT_TRUE(tallyd_reply_reserve(1).empty());
@@ -210,7 +210,7 @@ TEST_F(ipc_test, ReplyLimitsAndSendFailure) {
     tallyd_sys_info.reply_sock = 0;
 }
 
-TEST_F(ipc_test, MonitorAnswersTheProbeWhateverItsLength) {
+TEST_F(Ipc, MonitorAnswersTheProbeWhateverItsLength) {
     bytes probe = message(TALLYD_MSG_TAC_PROBE, 0);
     be32_put(&probe[8], 999);
     send_raw(probe);
@@ -228,7 +228,7 @@ TEST_F(ipc_test, MonitorAnswersTheProbeWhateverItsLength) {
     EXPECT_TRUE(reply().empty());
 }
 
-TEST_F(ipc_test, StatisticsSocketRoutesOnlyItsOwnIds) {
+TEST_F(Ipc, StatisticsSocketRoutesOnlyItsOwnIds) {
     send_raw(message(TALLYD_MSG_CLIENT_STATS, 8));
     tallyd_stat_receive(server_, const_cast<tallyd_route_table *>(&stat_table), nullptr);
     ASSERT_EQ(1u, calls.size());
@@ -247,7 +247,7 @@ TEST_F(ipc_test, StatisticsSocketRoutesOnlyItsOwnIds) {
     EXPECT_TRUE(reply().empty());
 }
 
-TEST_F(ipc_test, InterfacesOpenUnderTheRunDirectory) {
+TEST_F(Ipc, InterfacesOpenUnderTheRunDirectory) {
     eloop_init(nullptr);
     ASSERT_EQ(0, tallyd_monitor_iface_init());
     ASSERT_EQ(0, tallyd_ipc_ctrl_iface_init(&ctrl_table, &stat_table));
@@ -272,7 +272,7 @@ TEST_F(ipc_test, InterfacesOpenUnderTheRunDirectory) {
     eloop_destroy();
 }
 
-TEST_F(ipc_test, ClientSocketsCleanUpAfterThemselves) {
+TEST_F(Ipc, ClientSocketsCleanUpAfterThemselves) {
     auto uds_files = [&] {
         int n = 0;
         for (auto &e : std::filesystem::directory_iterator(path("/tmp")))

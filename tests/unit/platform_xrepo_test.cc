@@ -11,7 +11,7 @@ namespace {
 
 constexpr const char *kApList = "/etc/corvane/xrepo/avpap-list.xml";
 
-class Xrepo : public root_test {
+class PlatformXrepo : public root_test {
    protected:
     xconf_ptr fetch(const char *list) { return xconf_ptr(xGetConfImpl("test", 1, list, 0)); }
 
@@ -32,7 +32,7 @@ class Xrepo : public root_test {
     }
 };
 
-TEST_F(Xrepo, SavedListReadsBackAndCopiesArePrivate) {
+TEST_F(PlatformXrepo, SavedListReadsBackAndCopiesArePrivate) {
     write_file(kApList,
                "<?xml version=\"1.0\"?>\n<avpap-list>\n  <!-- seed -->\n"
                "  <avpap id=\"7\" ap=\"00:11:22:33:44:55\"/>\n</avpap-list>\n");
@@ -59,7 +59,7 @@ TEST_F(Xrepo, SavedListReadsBackAndCopiesArePrivate) {
     EXPECT_EQ(0, log_count("tallyd"));
 }
 
-TEST_F(Xrepo, NavigationAndAttributeDefaults) {
+TEST_F(PlatformXrepo, NavigationAndAttributeDefaults) {
     write_file("/etc/corvane/xrepo/system.xml",
                "<system><internal arc-app-enable=\"false\"/><qpx qpxpushenabled=\"yes\" n=\"12x\"/>"
                "<wlan id=\"1\"/><qpx/><wlan id=\"2\"/></system>");
@@ -90,7 +90,7 @@ TEST_F(Xrepo, NavigationAndAttributeDefaults) {
     EXPECT_EQ(5, n);
 }
 
-TEST_F(Xrepo, MissingListIsAbsentAndANewListCanBeSaved) {
+TEST_F(PlatformXrepo, MissingListIsAbsentAndANewListCanBeSaved) {
     EXPECT_FALSE(fetch("avpap-list"));
     EXPECT_FALSE(fetch("../etc"));
     EXPECT_FALSE(fetch(""));
@@ -107,7 +107,7 @@ TEST_F(Xrepo, MissingListIsAbsentAndANewListCanBeSaved) {
     EXPECT_STREQ("m1", xGetAttrString(xGetFirstChild(back.get()), "ap", ""));
 }
 
-TEST_F(Xrepo, MalformedListIsLoggedAbsentAndNeverOverwritten) {
+TEST_F(PlatformXrepo, MalformedListIsLoggedAbsentAndNeverOverwritten) {
     const std::string broken = "<avpap-list><avpap id=\"1\" ap=\"x\"></avpap-list>";
     write_file(kApList, broken);
     EXPECT_FALSE(fetch("avpap-list"));
@@ -130,7 +130,7 @@ TEST_F(Xrepo, MalformedListIsLoggedAbsentAndNeverOverwritten) {
     EXPECT_EQ(1, log_count("list ap-list is malformed"));
 }
 
-TEST_F(Xrepo, SaveReplacesTheFileWholeOrNotAtAll) {
+TEST_F(PlatformXrepo, SaveReplacesTheFileWholeOrNotAtAll) {
     const std::string old_text = "<avpap-list><avpap id=\"1\" ap=\"old\"/></avpap-list>";
     write_file(kApList, old_text);
     // A second name for the old file: an in-place rewrite would change it.
@@ -152,7 +152,7 @@ TEST_F(Xrepo, SaveReplacesTheFileWholeOrNotAtAll) {
     EXPECT_EQ(1, log_count("tallyd, failed to save repository list avpap-list: open"));
 }
 
-TEST_F(Xrepo, LinkingTakesOnlyDetachedNodes) {
+TEST_F(PlatformXrepo, LinkingTakesOnlyDetachedNodes) {
     write_file(kApList, "<avpap-list><avpap id=\"1\"/></avpap-list>");
     xconf_ptr list = fetch("avpap-list");
     xnode *member = xGetFirstChild(list.get());
@@ -170,7 +170,7 @@ TEST_F(Xrepo, LinkingTakesOnlyDetachedNodes) {
     EXPECT_EQ(nullptr, xNewImpl("", 0));
 }
 
-TEST_F(Xrepo, SeedListsLoadEmpty) {
+TEST_F(PlatformXrepo, SeedListsLoadEmpty) {
     const char *lists[] = {"avpap-list",      "avpssid-list", "avpapgroup-list",
                            "avpdvcinfo-list", "apgroup-list", "wlangroup-list",
                            "ap-list",         "wlansvc-list", "sta-rename-list"};

@@ -9,9 +9,9 @@
 
 namespace {
 
-class coredump_test : public root_test {};
+class SupportCoredump : public root_test {};
 
-TEST_F(coredump_test, SettingsFollowTheDaemonNameAndThePlatform) {
+TEST_F(SupportCoredump, SettingsFollowTheDaemonNameAndThePlatform) {
     struct row {
         const char *name;
         const char *env;       // PLATFORM, or null for unset

@@ -69,7 +69,7 @@ struct fault_case {
     const char *cause;
 };
 
-class crash_test : public root_test {
+class SupportCrash : public root_test {
    protected:
     void SetUp() override {
         root_test::SetUp();
@@ -195,7 +195,7 @@ class crash_test : public root_test {
     const std::string dump_ = "/etc/corvane/dump/tallyd.dump";
 };
 
-TEST_F(crash_test, EachFaultLeavesAFullReportAndOlderOnesRotate) {
+TEST_F(SupportCrash, EachFaultLeavesAFullReportAndOlderOnesRotate) {
     void *ro = mmap(nullptr, kPage, PROT_READ, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
     write_file("/empty", "");
     int fd = open(path("/empty").c_str(), O_RDWR);
