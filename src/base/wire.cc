@@ -38,7 +38,7 @@ size_t wire_text_copy(char *dst, size_t dst_size, std::span<const uint8_t> b, si
     if (dst_size == 0) return 0;
     std::string_view t = wire_text(b, off, width);
     size_t n = std::min(t.size(), dst_size - 1);
-    std::memcpy(dst, t.data(), n);
+    if (n) std::memcpy(dst, t.data(), n);
     dst[n] = '\0';
     return n;
 }
@@ -46,7 +46,7 @@ size_t wire_text_copy(char *dst, size_t dst_size, std::span<const uint8_t> b, si
 void wire_text_put(uint8_t *field, size_t width, std::string_view text) {
     if (width == 0) return;
     std::memset(field, 0, width);
-    std::memcpy(field, text.data(), std::min(text.size(), width - 1));
+    if (!text.empty()) std::memcpy(field, text.data(), std::min(text.size(), width - 1));
 }
 
 uint64_t wire_get_num(std::span<const uint8_t> b, const wire_field &f) {
@@ -60,6 +60,7 @@ uint64_t wire_get_num(std::span<const uint8_t> b, const wire_field &f) {
         case wire_kind::be64:
             return wire_be64(b, f.offset);
         case wire_kind::text:
+        case wire_kind::bytes:
             return 0;
     }
     return 0;
@@ -70,7 +71,7 @@ std::string_view wire_get_text(std::span<const uint8_t> b, const wire_field &f) 
 }
 
 void wire_put_num(std::span<uint8_t> b, const wire_field &f, uint64_t v) {
-    static constexpr size_t widths[] = {1, 2, 4, 8, 0};
+    static constexpr size_t widths[] = {1, 2, 4, 8, 0, 0};
     size_t w = widths[static_cast<size_t>(f.kind)];
     if (w == 0 || !fits(b, f.offset, w)) return;
     uint8_t *p = b.data() + f.offset;
@@ -88,6 +89,7 @@ void wire_put_num(std::span<uint8_t> b, const wire_field &f, uint64_t v) {
             be64_put(p, v);
             break;
         case wire_kind::text:
+        case wire_kind::bytes:
             break;
     }
 }
@@ -95,4 +97,16 @@ void wire_put_num(std::span<uint8_t> b, const wire_field &f, uint64_t v) {
 void wire_put_text(std::span<uint8_t> b, const wire_field &f, std::string_view text) {
     if (f.kind == wire_kind::text && fits(b, f.offset, f.width))
         wire_text_put(b.data() + f.offset, f.width, text);
+}
+
+std::span<const uint8_t> wire_get_bytes(std::span<const uint8_t> b, const wire_field &f) {
+    if (f.kind != wire_kind::bytes || !fits(b, f.offset, f.width)) return {};
+    return b.subspan(f.offset, f.width);
+}
+
+void wire_put_bytes(std::span<uint8_t> b, const wire_field &f, std::span<const uint8_t> v) {
+    if (f.kind != wire_kind::bytes || !fits(b, f.offset, f.width)) return;
+    uint8_t *p = b.data() + f.offset;
+    std::memset(p, 0, f.width);
+    if (!v.empty()) std::memcpy(p, v.data(), std::min<size_t>(v.size(), f.width));
 }

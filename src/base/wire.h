@@ -54,7 +54,8 @@ void wire_text_put(uint8_t *field, size_t width, std::string_view text);
 
 // A fixed layout described as data: the daemon's handlers and tallyctl read
 // and build the same messages from the same tables.
-enum class wire_kind : uint8_t { u8, be16, be32, be64, text };
+// bytes: a field of raw bytes (an IPv6 address), copied as it stands.
+enum class wire_kind : uint8_t { u8, be16, be32, be64, text, bytes };
 
 struct wire_field {
     const char *name;
@@ -68,3 +69,7 @@ std::string_view wire_get_text(std::span<const uint8_t> b, const wire_field &f);
 // Writes a number or text field into b; fields that do not fit are skipped.
 void wire_put_num(std::span<uint8_t> b, const wire_field &f, uint64_t v);
 void wire_put_text(std::span<uint8_t> b, const wire_field &f, std::string_view text);
+// The bytes of a bytes field: all of it, or an empty span when it does not fit.
+std::span<const uint8_t> wire_get_bytes(std::span<const uint8_t> b, const wire_field &f);
+// Copies v into a bytes field, zero-filled after v and cut at the width.
+void wire_put_bytes(std::span<uint8_t> b, const wire_field &f, std::span<const uint8_t> v);

@@ -1,6 +1,7 @@
 #include "core/routes.h"
 
 #include "entity/handlers.h"
+#include "events/handlers.h"
 
 namespace {
 
@@ -23,17 +24,18 @@ constexpr tallyd_route kCtrlRoutes[] = {
     tallyd_route_of(TALLYD_MSG_ARC_QPX_INTERFACE, tallyd_handle_arc_qpx_interface),
     // Network events: no reply.
     tallyd_route_of(TALLYD_MSG_EVT_IGNORED_01),
-    tallyd_route_of(TALLYD_MSG_AP_ADD),
-    tallyd_route_of(TALLYD_MSG_AP_DEL),
-    tallyd_route_of(TALLYD_MSG_STA_ACTIVE),
-    tallyd_route_of(TALLYD_MSG_STA_ADD),
-    tallyd_route_of(TALLYD_MSG_AP_WLAN_UPDATE),
-    tallyd_route_of(TALLYD_MSG_WLAN_GROUP_UPDATE),
-    tallyd_route_of(TALLYD_MSG_APGROUP_UPDATE),
+    tallyd_route_of(TALLYD_MSG_AP_ADD, tallyd_handle_ap_add, tallyd_handle_ap_add_wlans),
+    tallyd_route_of(TALLYD_MSG_AP_DEL, tallyd_handle_ap_del, tallyd_handle_ap_del_wlans),
+    tallyd_route_of(TALLYD_MSG_STA_ACTIVE, tallyd_handle_sta_active),
+    tallyd_route_of(TALLYD_MSG_STA_ADD, tallyd_handle_sta_add),
+    tallyd_route_of(TALLYD_MSG_AP_WLAN_UPDATE, tallyd_handle_ap_wlan_update),
+    tallyd_route_of(TALLYD_MSG_WLAN_GROUP_UPDATE, tallyd_handle_wlan_group_update),
+    tallyd_route_of(TALLYD_MSG_APGROUP_UPDATE, tallyd_handle_apgroup_update_wlans,
+                    tallyd_handle_apgroup_update_ids),
 };
 
 constexpr tallyd_route kStatRoutes[] = {
-    tallyd_route_of(TALLYD_MSG_CLIENT_STATS),
+    tallyd_route_of(TALLYD_MSG_CLIENT_STATS, tallyd_handle_client_stats),
     tallyd_route_of(TALLYD_MSG_STAT_0A, tallyd_handle_stat_0a),
 };
 

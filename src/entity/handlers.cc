@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "base/fixed_text.h"
 #include "entity/ap_value.h"
 #include "entity/arc.h"
 #include "entity/entity_wire.h"
@@ -11,15 +12,6 @@ using namespace entity_wire;
 
 namespace {
 
-// A zero-terminated copy of a text field (the field may lack its zero).
-template <size_t N>
-struct text_copy {
-    char text[N + 1];
-    text_copy(std::span<const uint8_t> b, size_t off, size_t width) {
-        wire_text_copy(text, sizeof text, b, off, std::min(width, N));
-    }
-};
-
 std::span<const uint8_t> tail(std::span<const uint8_t> b, size_t off) {
     return b.subspan(std::min(off, b.size()));
 }
@@ -27,11 +19,11 @@ std::span<const uint8_t> tail(std::span<const uint8_t> b, size_t off) {
 }  // namespace
 
 void tallyd_handle_set_sta_hostname(std::span<const uint8_t> msg) {
-    text_copy<kHostnameMac.width> mac(msg, kHostnameMac.offset, kHostnameMac.width);
+    fixed_text<kHostnameMac.width> mac(wire_get_text(msg, kHostnameMac));
     // The name runs to the end of the message; only its emptiness is used,
     // the trace shows its first 255 characters.
-    text_copy<255> name(msg, kHostnameNameOffset, msg.size());
-    tallyd_set_sta_hostname(mac.text, name.text);
+    fixed_text<255> name(wire_text(msg, kHostnameNameOffset, msg.size()));
+    tallyd_set_sta_hostname(mac.c_str(), name.c_str());
 }
 
 void tallyd_handle_arc_qpx_interface(std::span<const uint8_t> msg) {
@@ -48,7 +40,7 @@ void tallyd_handle_stat_0a(std::span<const uint8_t> msg) {
         std::span<const uint8_t> rec = tail(msg, off);
         uint32_t value = static_cast<uint32_t>(wire_get_num(rec, kStat0aValue));
         if (value == 0) continue;
-        text_copy<kStat0aApMac.width> mac(rec, kStat0aApMac.offset, kStat0aApMac.width);
-        if (tallyd_ap_value_set(mac.text, value) != 0) return;
+        fixed_text<kStat0aApMac.width> mac(wire_get_text(rec, kStat0aApMac));
+        if (tallyd_ap_value_set(mac.c_str(), value) != 0) return;
     }
 }

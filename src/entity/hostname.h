@@ -8,6 +8,14 @@
 
 #include <cstdint>
 
+#include "db/sql_shown.h"
+
+// Stamps a client's directory row and sets its host name: the name mark of
+// tallyd_set_sta_hostname and the counters batch's name of a client that had
+// none.
+inline constexpr sql_form TALLYD_SET_HOST_NAME_SQL(
+    "UPDATE statis_client_info_h SET time=%lu, host_name='%s' WHERE client_mac='%s'");
+
 // Copies the configured name of the client mac (exact, case-sensitive match;
 // the first matching entry wins) into buf, cut at size - 1 characters.
 // Returns the length copied, 0 when there is none. Reads the repository on

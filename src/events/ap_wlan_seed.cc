@@ -5,6 +5,7 @@
 
 #include "base/log.h"
 #include "db/sql.h"
+#include "db/sql_shown.h"
 
 namespace {
 
@@ -18,13 +19,6 @@ xnode *find_wlan_group(xnode *wlangroup_list, int32_t wlangrp_id) {
     for (xnode *g = xGetFirstChild(wlangroup_list); g; g = xGetNextSibling(g))
         if (xGetAttrInt(g, "id", 0) == wlangrp_id) return g;
     return nullptr;
-}
-
-void log_insert_failure(int32_t ap_id, int32_t w, int32_t apgrp_id, int32_t wlangrp_id,
-                        const sql_error &err) {
-    char sql[256];
-    std::snprintf(sql, sizeof sql, kInsertRow.printed(), 0UL, ap_id, w, apgrp_id, wlangrp_id);
-    tallyd_log(LOG_ERR, "tallyd, value = %s, aErrMsg = %s\n", sql, err.text.c_str());
 }
 
 // The WLAN group of one radio of an AP group, or 0 when the radio adds
@@ -78,27 +72,22 @@ void tallyd_fill_wlan_set(xnode *wlangroup_list, int32_t wlangrp_id, tallyd_wlan
     }
 }
 
+int tallyd_insert_ap_wlan_row(sql_conn &statistic_db, int32_t ap_id, int32_t wlan_id,
+                              int32_t apgrp_id, int32_t wlangrp_id) {
+    sql_error err;
+    return sql_shown_run_log(statistic_db, kInsertRow, 256, "tallyd, value = %s, aErrMsg = %s\n",
+                             err, uint32_t{0}, ap_id, wlan_id, apgrp_id, wlangrp_id) == SQLITE_OK
+               ? 0
+               : -1;
+}
+
 int tallyd_insert_ap_wlan_rows(sql_conn &statistic_db, int32_t ap_id, int32_t apgrp_id,
                                const tallyd_wlan_set &set, int32_t wlangrp_id) {
     if (apgrp_id == 0) return 0;
-    sql_error err;
-    sql_stmt *stmt = nullptr;
-    for (int32_t w = 1; w <= TALLYD_WLAN_MAX; ++w) {
-        if (!set[static_cast<size_t>(w - 1)]) continue;
-        if (!stmt && !(stmt = statistic_db.cached(kInsertRow.bound(), &err))) {
-            log_insert_failure(ap_id, w, apgrp_id, wlangrp_id, err);
+    for (int32_t w = 1; w <= TALLYD_WLAN_MAX; ++w)
+        if (set[static_cast<size_t>(w - 1)] &&
+            tallyd_insert_ap_wlan_row(statistic_db, ap_id, w, apgrp_id, wlangrp_id) != 0)
             return -1;
-        }
-        stmt->bind(1, int64_t{0});
-        stmt->bind(2, int64_t{ap_id});
-        stmt->bind(3, int64_t{w});
-        stmt->bind(4, int64_t{apgrp_id});
-        stmt->bind(5, int64_t{wlangrp_id});
-        if (stmt->run(&err) != SQLITE_OK) {
-            log_insert_failure(ap_id, w, apgrp_id, wlangrp_id, err);
-            return -1;
-        }
-    }
     return 0;
 }
 

@@ -18,11 +18,21 @@
 inline constexpr int32_t TALLYD_WLAN_MAX = 2048;
 using tallyd_wlan_set = std::array<uint8_t, TALLYD_WLAN_MAX>;
 
+// True when WLAN w is in set (false for any w outside 1..2048).
+inline bool tallyd_wlan_in(const tallyd_wlan_set &set, int32_t w) {
+    return w >= 1 && w <= TALLYD_WLAN_MAX && set[static_cast<size_t>(w - 1)];
+}
+
 // Clears set and marks the WLANs of WLAN group wlangrp_id as listed in
 // wlangroup_list (a fetched "wlangroup-list"). The group's WLANs are read in
 // order up to the first whose id is outside 1..2047; an unknown group leaves
 // the set empty.
 void tallyd_fill_wlan_set(xnode *wlangroup_list, int32_t wlangrp_id, tallyd_wlan_set &set);
+
+// Inserts one current row (time 0) into statis_ap_wlan. A failure is logged
+// as "tallyd, value = %s, aErrMsg = %s\n". 0 or -1.
+int tallyd_insert_ap_wlan_row(sql_conn &statistic_db, int32_t ap_id, int32_t wlan_id,
+                              int32_t apgrp_id, int32_t wlangrp_id);
 
 // Inserts one current row (time 0) per WLAN in set into statis_ap_wlan.
 // Nothing when apgrp_id is 0. The first failure is logged as

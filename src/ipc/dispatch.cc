@@ -4,6 +4,7 @@
 #include <sys/un.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstdio>
 #include <cstring>
 #include <string>
@@ -19,10 +20,19 @@
 
 namespace {
 
+// A receive buffer and how far datagrams have written into it: every byte
+// from `dirty` on is zero.
+struct recv_area {
+    std::span<uint8_t> buf;
+    size_t dirty;
+};
+
 // The control socket's buffer is process-wide; the statistics socket reads
 // into one of its own (it stands in for the platform's message buffers).
 uint8_t ctrl_buf[TALLYD_RECV_BUF_SIZE];
-uint8_t stat_buf[TALLYD_RECV_BUF_SIZE];
+uint8_t stat_buf[TALLYD_STAT_BUF_SIZE];
+recv_area ctrl_area{ctrl_buf, 0};
+recv_area stat_area{stat_buf, 0};
 
 uint8_t module_of(std::span<const uint8_t> msg) {
     return wire_u8(msg, TALLYD_HDR_MODULE.offset);
@@ -31,13 +41,18 @@ uint32_t id_of(std::span<const uint8_t> msg) {
     return wire_be32(msg, TALLYD_HDR_MSG_ID.offset);
 }
 
-// Receives one datagram into buf (at most its size - 1 bytes) and zeroes the
-// rest, so handlers reading past a short message see zeros only.
-int32_t receive(int sock, std::span<uint8_t> buf, sockaddr_un *from, socklen_t *from_len) {
+// Receives one datagram into the area (at most its size - 1 bytes) and
+// zeroes what earlier datagrams left past it, so handlers reading past a
+// short message see zeros only. Only what was written is cleared: a large
+// buffer costs nothing for small messages. With MSG_TRUNC in flags the
+// result is the datagram's full length even when it was cut.
+int32_t receive(int sock, recv_area &a, int flags, sockaddr_un *from, socklen_t *from_len) {
+    const size_t max = a.buf.size() - 1;
     ssize_t n =
-        recvfrom(sock, buf.data(), buf.size() - 1, 0, reinterpret_cast<sockaddr *>(from), from_len);
-    size_t kept = n > 0 ? static_cast<size_t>(n) : 0;
-    std::memset(buf.data() + kept, 0, buf.size() - kept);
+        recvfrom(sock, a.buf.data(), max, flags, reinterpret_cast<sockaddr *>(from), from_len);
+    size_t kept = n > 0 ? std::min(static_cast<size_t>(n), max) : 0;
+    if (a.dirty > kept) std::memset(a.buf.data() + kept, 0, a.dirty - kept);
+    a.dirty = kept;
     return static_cast<int32_t>(n);
 }
 
@@ -95,7 +110,7 @@ void tallyd_ctrl_receive(int sock, void *eloop_data, void *) {
     tallyd_sys_info.peer_addr_len = &from_len;
     tallyd_sys_info.reply_sock = sock;
 
-    int32_t len = receive(sock, ctrl_buf, &from, &from_len);
+    int32_t len = receive(sock, ctrl_area, 0, &from, &from_len);
     if (tallyd_msg_check(ctrl_buf, len, true) == 0) {
         tallyd_sys_info.peer_addr = &from;
         tallyd_msg_dispatch(static_cast<const tallyd_route_table *>(eloop_data), ctrl_buf);
@@ -108,16 +123,25 @@ void tallyd_ctrl_receive(int sock, void *eloop_data, void *) {
 void tallyd_stat_receive(int sock, void *eloop_data, void *) {
     sockaddr_un from;
     socklen_t from_len = sizeof from;
-    int32_t len = receive(sock, stat_buf, &from, &from_len);
+    int32_t len = receive(sock, stat_area, MSG_TRUNC, &from, &from_len);
+    if (len > static_cast<int32_t>(TALLYD_STAT_MAX_DATAGRAM)) {
+        tallyd_log(LOG_ERR,
+                   "tallyd, received msg of %u bytes from module %d, more than the %u bytes it "
+                   "takes\n",
+                   static_cast<uint32_t>(len), module_of(stat_buf),
+                   static_cast<uint32_t>(TALLYD_STAT_MAX_DATAGRAM));
+        return;
+    }
     if (tallyd_msg_check(stat_buf, len, true) != 0) return;
     tallyd_msg_dispatch(static_cast<const tallyd_route_table *>(eloop_data), stat_buf);
 }
 
 void tallyd_monitor_receive(int sock, void *, void *) {
-    uint8_t buf[TALLYD_MONITOR_BUF_SIZE];
+    uint8_t buf[TALLYD_MONITOR_BUF_SIZE] = {};
+    recv_area area{buf, 0};
     sockaddr_un from;
     socklen_t from_len = sizeof from;
-    int32_t len = receive(sock, buf, &from, &from_len);
+    int32_t len = receive(sock, area, 0, &from, &from_len);
     // The probe is answered whatever its length field says.
     if (tallyd_msg_check(buf, len, false) != 0) return;
     if (id_of(buf) == TALLYD_MSG_TAC_PROBE) {
@@ -165,6 +189,10 @@ int tallyd_ipc_ctrl_iface_init(const tallyd_route_table *ctrl, const tallyd_rout
         drop_ctrl();
         return -1;
     }
+    // Room for the largest batch in the socket's queue; the kernel caps the
+    // value at its rmem_max.
+    int rcvbuf = static_cast<int>(TALLYD_STAT_BUF_SIZE);
+    setsockopt(stat_sock.get(), SOL_SOCKET, SO_RCVBUF, &rcvbuf, sizeof rcvbuf);
     if (register_socket(stat_sock, tallyd_stat_receive, stat_data) != 0) {
         tallyd_log(LOG_ERR, "tallyd, Could not register read socket for ctrl ifac\n");
         drop_ctrl();

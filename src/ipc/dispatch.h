@@ -18,9 +18,9 @@
 
 #include "ipc/msg_ids.h"
 
-// A message handler gets the whole receive buffer: the 12-byte header first,
-// the payload from offset 12, and zeros from the received length to the end
-// of the buffer. It must finish any reply (tallyd_reply_send) before it
+// A message handler gets the whole receive buffer of its socket: the 12-byte
+// header first, the payload from offset 12, and zeros from the received
+// length to the end of the buffer. It must finish any reply (tallyd_reply_send) before it
 // returns: the sender's address lives only as long as the receive call.
 using tallyd_msg_handler = void (*)(std::span<const uint8_t> msg);
 
@@ -43,10 +43,17 @@ constexpr tallyd_route tallyd_route_of(uint32_t id, tallyd_msg_handler first = n
     return {id, tallyd_msg_name_of(id), {first, second}};
 }
 
-// Receive buffers: 8,192 bytes, at most 8,191 read, so a longer datagram is
-// cut and then fails the length check.
+// Receive buffers: 8,192 bytes on the control socket, at most 8,191 read, so
+// a longer datagram is cut and then fails the length check.
 inline constexpr size_t TALLYD_RECV_BUF_SIZE = 8192;
 inline constexpr size_t TALLYD_MONITOR_BUF_SIZE = 512;
+// The statistics socket carries counters batches of hundreds of stations
+// (560 bytes each): its buffer takes datagrams of up to 1 MiB - 1 bytes, and
+// its SO_RCVBUF is raised to match. A longer datagram is logged as "tallyd,
+// received msg of %u bytes from module %d, more than the %u bytes it
+// takes\n" and dropped unread.
+inline constexpr size_t TALLYD_STAT_BUF_SIZE = size_t{1} << 20;
+inline constexpr size_t TALLYD_STAT_MAX_DATAGRAM = TALLYD_STAT_BUF_SIZE - 1;
 
 // Logs "tallyd, recvfrom msg too short, len = %d\n" for len < 12 and, when
 // check_length is set, "tallyd, received msg of %u bytes from module %d but

@@ -232,7 +232,7 @@ TEST_F(Ipc, StatisticsSocketRoutesOnlyItsOwnIds) {
     send_raw(message(TALLYD_MSG_CLIENT_STATS, 8));
     tallyd_stat_receive(server_, const_cast<tallyd_route_table *>(&stat_table), nullptr);
     ASSERT_EQ(1u, calls.size());
-    EXPECT_EQ(TALLYD_RECV_BUF_SIZE, calls[0].msg.size());
+    EXPECT_EQ(TALLYD_STAT_BUF_SIZE, calls[0].msg.size());
 
     send_raw(message(TALLYD_MSG_AP_ADD, 0, 1));
     tallyd_stat_receive(server_, const_cast<tallyd_route_table *>(&stat_table), nullptr);
