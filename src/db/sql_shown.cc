@@ -14,8 +14,9 @@ sql_stmt *sql_shown_detail::prepare(sql_conn &db, const char *bound, sql_error &
     return db.cached(bound, &err);
 }
 
-void sql_shown_log_text(const char *log_fmt, const char *statement, const sql_error &err) {
-    tallyd_log(LOG_ERR, log_fmt, statement, err.text.c_str());
+void sql_shown_log_text(int priority, const char *log_fmt, const char *statement,
+                        const sql_error &err) {
+    tallyd_log(priority, log_fmt, statement, err.text.c_str());
 }
 
 int32_t sql_col_int(sqlite3_stmt *st, int col) {

@@ -17,6 +17,7 @@
 #pragma once
 
 #include <sqlite3.h>
+#include <syslog.h>
 
 #include <cstddef>
 #include <cstdint>
@@ -120,11 +121,16 @@ int sql_shown_query(sql_conn &db, const sql_form<N> &s, sql_error &err, F &&row,
     return SQLITE_OK;
 }
 
-// Logs a failed statement: log_fmt with (statement formatted into size
-// bytes, err's message).
+// Logs a failed statement at priority (LOG_ERR when not given): log_fmt
+// with (statement formatted into size bytes, err's message).
+template <size_t N, class... A>
+void sql_shown_log(int priority, const char *log_fmt, const sql_error &err, size_t size,
+                   const sql_form<N> &s, const A &...args);
 template <size_t N, class... A>
 void sql_shown_log(const char *log_fmt, const sql_error &err, size_t size, const sql_form<N> &s,
-                   const A &...args);
+                   const A &...args) {
+    sql_shown_log(LOG_ERR, log_fmt, err, size, s, args...);
+}
 
 // Column readers with the device's conventions: integers read as atoi reads
 // the text (0 for NULL), texts as they are ("" for NULL).
@@ -134,14 +140,15 @@ std::string_view sql_col_text(sqlite3_stmt *st, int col);
 
 // ---- implementation of the logging templates ----
 
-void sql_shown_log_text(const char *log_fmt, const char *statement, const sql_error &err);
+void sql_shown_log_text(int priority, const char *log_fmt, const char *statement,
+                        const sql_error &err);
 
 template <size_t N, class... A>
-void sql_shown_log(const char *log_fmt, const sql_error &err, size_t size, const sql_form<N> &s,
-                   const A &...args) {
+void sql_shown_log(int priority, const char *log_fmt, const sql_error &err, size_t size,
+                   const sql_form<N> &s, const A &...args) {
     char buf[1024];
     sql_shown_format(buf, size < sizeof buf ? size : sizeof buf, s, args...);
-    sql_shown_log_text(log_fmt, buf, err);
+    sql_shown_log_text(priority, log_fmt, buf, err);
 }
 
 template <size_t N, class... A>

@@ -62,7 +62,7 @@ bool update_directory(sql_conn &db, uint32_t t, const station_text &text, int32_
     if (sql_shown_run(db, kInsertInfo, err, t, text.mac.c_str(), dvcinfo_id, text.host(),
                       kCounterApId, kCounterSsidId, kActive) == SQLITE_OK)
         return true;
-    sql_shown_log("tallyd = %s, aErrMsg = %s\n", err, kStatementSize, kInsertInfo, t,
+    sql_shown_log(LOG_DEBUG, "tallyd = %s, aErrMsg = %s\n", err, kStatementSize, kInsertInfo, t,
                   text.mac.c_str(), dvcinfo_id, text.host(), kCounterApId, kCounterSsidId, kActive);
     if (sql_shown_run_log(db, kInsertInfo, kStatementSize, kValueErr, err, t, text.mac.c_str(),
                           dvcinfo_id, kNoHostName, kCounterApId, kCounterSsidId,
