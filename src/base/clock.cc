@@ -7,7 +7,7 @@ namespace {
 
 struct clock_state {
     uint32_t scale = 1;
-    int64_t wall0_ns = 0;  // real wall time at the first reading
+    int64_t wall0_ns = 0;  // real wall time at the first reading, or the origin
     int64_t mono0_ns = 0;  // real monotonic time at the first reading
     bool pinned = false;
     uint32_t pinned_value = 0;
@@ -26,6 +26,11 @@ clock_state &state() {
         long v = env ? std::strtol(env, nullptr, 10) : 1;
         c.scale = v >= 1 && v <= 100000 ? static_cast<uint32_t>(v) : 1;
         c.wall0_ns = read_ns(CLOCK_REALTIME);
+        // Processes that share an origin share daemon time: a simulator can
+        // stamp what it sends with the daemon's own clock.
+        const char *origin = std::getenv("TALLYD_TIME_ORIGIN");
+        long long o = origin ? std::strtoll(origin, nullptr, 10) : 0;
+        if (o > 0 && o * 1000000000LL <= c.wall0_ns) c.wall0_ns = o * 1000000000LL;
         c.mono0_ns = read_ns(CLOCK_MONOTONIC);
         return c;
     }();

@@ -3,8 +3,11 @@
 // Wall time is 32-bit seconds since 1970, as the databases store it. Under
 // TALLYD_TIME_SCALE=N daemon time runs N times faster than real time, for the
 // wall clock and the monotonic clock alike, counted from the first reading;
-// every period the daemon keeps is then a period in daemon seconds. Tests can
-// pin the wall clock to a value of their own.
+// every period the daemon keeps is then a period in daemon seconds. With
+// TALLYD_TIME_ORIGIN=<unix seconds> (not in the future) the wall clock counts
+// from that moment instead, so that every process given the same origin and
+// scale reads the same daemon time. Tests can pin the wall clock to a value
+// of their own.
 #pragma once
 
 #include <cstdint>

@@ -193,8 +193,22 @@ void tallyctl_conn::close() {
 }
 
 bool tallyctl_conn::send(std::span<const uint8_t> datagram, std::string *error) {
+    // A unix datagram larger than its socket's send buffer cannot be sent at
+    // all: a counters batch of hundreds of stations needs more than the
+    // default. The kernel caps the value at its wmem_max.
+    int have = 0;
+    socklen_t len = sizeof have;
+    const size_t need = datagram.size() + 1024;
+    if (getsockopt(sock_.fd, SOL_SOCKET, SO_SNDBUF, &have, &len) == 0 &&
+        static_cast<size_t>(have) < need) {
+        int want = static_cast<int>(need);
+        setsockopt(sock_.fd, SOL_SOCKET, SO_SNDBUF, &want, sizeof want);
+    }
     if (::send(sock_.fd, datagram.data(), datagram.size(), 0) < 0) {
         *error = std::string("send failed: ") + strerror(errno);
+        if (errno == EMSGSIZE)
+            *error += " (" + std::to_string(datagram.size()) +
+                      " bytes; the kernel's limit is /proc/sys/net/core/wmem_max)";
         return false;
     }
     return true;

@@ -41,6 +41,16 @@ int tallyctl_cmd_tables(const tallyctl_ctx &ctx, const std::vector<std::string> 
 // status 1 when there is none.
 int tallyctl_cmd_crash(const tallyctl_ctx &ctx, const std::vector<std::string> &args);
 
+// Event commands (cmd_events.cc): one message each, fields from options.
+int tallyctl_cmd_ap_add(const tallyctl_ctx &ctx, const std::vector<std::string> &args);
+int tallyctl_cmd_ap_del(const tallyctl_ctx &ctx, const std::vector<std::string> &args);
+int tallyctl_cmd_ap_wlan_update(const tallyctl_ctx &ctx, const std::vector<std::string> &args);
+int tallyctl_cmd_apgroup_update(const tallyctl_ctx &ctx, const std::vector<std::string> &args);
+int tallyctl_cmd_wlan_group(const tallyctl_ctx &ctx, const std::vector<std::string> &args);
+int tallyctl_cmd_sta_add(const tallyctl_ctx &ctx, const std::vector<std::string> &args);
+int tallyctl_cmd_sta_active(const tallyctl_ctx &ctx, const std::vector<std::string> &args);
+int tallyctl_cmd_client_stats(const tallyctl_ctx &ctx, const std::vector<std::string> &args);
+
 // Sends a finished datagram on a socket and prints what happened (and each
 // reply) as text or JSON; waits wait_ms for a first reply (-1: long enough
 // for a report when the id is a report request, briefly otherwise).
