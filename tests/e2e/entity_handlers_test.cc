@@ -14,43 +14,13 @@
 #include "entity/entity_wire.h"
 #include "sim/flow_sim.h"
 #include "support/daemon.h"
+#include "support/e2e_tools.h"
 #include "support/e2e_util.h"
 
 namespace {
 
 namespace fs = std::filesystem;
 using k = tallyd_socket_kind;
-
-// What tallyctl prints for a datagram sent that has no reply.
-bool sent(const std::string &out) {
-    return out.rfind("sent 0x", 0) == 0 && out.find("no reply") != std::string::npos;
-}
-
-std::string tallyctl(const tallyd_daemon &d, const std::string &args) {
-    auto [out, rc] = run_tool("tallyctl --root '" + d.root() + "' " + args);
-    return rc == 0 ? out : "exit " + std::to_string(rc) + ": " + out;
-}
-
-// Sends a message made by an entity builder (which leaves the header zero).
-bool send_built(tallyd_daemon &d, uint32_t id, const std::vector<uint8_t> &built,
-                k socket = k::control) {
-    return d.send(id, std::span<const uint8_t>(built).subspan(12), socket);
-}
-
-// Nothing the sanitizers or a crash would leave behind.
-void expect_no_fault(tallyd_daemon &d) {
-    std::string log = d.log_text();
-    for (const char *mark : {"AddressSanitizer", "runtime error", "LeakSanitizer", "Segmentation"})
-        EXPECT_EQ(std::string::npos, log.find(mark)) << mark << " in:\n" << log;
-}
-
-void seed_repository(const tallyd_daemon &d) {
-    fs::path to = d.path(TALLYD_XREPO_DIR);
-    fs::create_directories(to);
-    for (const auto &e : fs::directory_iterator(fs::path(TALLYD_SOURCE_DIR) / "tools/xrepo-seed"))
-        if (e.path().extension() == ".xml")
-            fs::copy_file(e.path(), to / e.path().filename(), fs::copy_options::overwrite_existing);
-}
 
 std::string list_file(const tallyd_daemon &d, const std::string &list) {
     return d.path(TALLYD_XREPO_DIR) + "/" + list + ".xml";

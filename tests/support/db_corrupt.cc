@@ -33,3 +33,19 @@ bool corrupt_table(sql_conn &conn, const char *path, const char *table) {
     tallyd_db_open(path, SQLITE_OPEN_READWRITE, conn);
     return ok;
 }
+
+bool corrupt_table_file(const char *path, const char *table) {
+    sql_conn conn;
+    tallyd_db_open(path, SQLITE_OPEN_READWRITE, conn);
+    bool ok = conn && corrupt_table(conn, path, table);
+    conn.close();
+    // The file change counter (bytes 24..27 of the header, big-endian).
+    FILE *f = ok ? std::fopen(path, "r+b") : nullptr;
+    if (!f) return false;
+    unsigned char c[4] = {};
+    ok = std::fseek(f, 24, SEEK_SET) == 0 && std::fread(c, 1, 4, f) == 4;
+    for (int i = 3; ok && i >= 0 && ++c[i] == 0; --i) {
+    }
+    ok = ok && std::fseek(f, 24, SEEK_SET) == 0 && std::fwrite(c, 1, 4, f) == 4;
+    return std::fclose(f) == 0 && ok;
+}

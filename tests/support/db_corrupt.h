@@ -10,3 +10,8 @@
 // the file read-write into conn (so no page cache hides the damage). True
 // when the table was found and the file rewritten.
 bool corrupt_table(sql_conn &conn, const char *path, const char *table);
+
+// The same on a database file another process keeps open: its change counter
+// is bumped too, so that the other connection drops its page cache at its
+// next transaction and meets the damage.
+bool corrupt_table_file(const char *path, const char *table);
