@@ -86,12 +86,12 @@ echo "exit status $status; pid file left behind: $([ -e "$ROOT/var/run/tac/tally
 show_log
 
 # ===========================================================================
-# The flow pipeline at 60 times the speed: simulated traffic of 20 APs and
-# 200 clients for an hour and a half of daemon time (90 real seconds), then
-# on to the first day run at 7,217 s. Its own root, so the tour above stays
-# as it was.
+# A controller at 60 times the speed: tallyd-sim plays 20 APs and 200
+# clients (events, counters batches and their flow reports) for an hour and
+# a half of daemon time (90 real seconds), then on to the first day run at
+# 7,217 s. Its own root, so the tour above stays as it was.
 FLOW_ROOT="$ROOT/pipeline"
-FLOWGEN="$BUILD/tallyd-flowgen"
+SIM="$BUILD/tallyd-sim"
 SCALE=60
 GEN=""
 cleanup_flow() {
@@ -112,19 +112,28 @@ tables() {
     "$TALLYCTL" --root "$FLOW_ROOT" tables | sed 's/^/   /'
 }
 
-section "Flow pipeline: tallyd with TALLYD_TIME_SCALE=$SCALE in $FLOW_ROOT"
-[ -x "$FLOWGEN" ] || { echo "demo: $FLOWGEN is missing; run make build first" >&2; exit 1; }
+section "A controller: tallyd with TALLYD_TIME_SCALE=$SCALE in $FLOW_ROOT"
+[ -x "$SIM" ] || { echo "demo: $SIM is missing; run make build first" >&2; exit 1; }
 mkdir -p "$FLOW_ROOT"
-TALLYD_ROOT="$FLOW_ROOT" TALLYD_TIME_SCALE=$SCALE TALLYD_LOG=stderr "$TALLYD" \
+# The configuration lists first, so that the new statistic database starts
+# with the AP groups' WLANs; daemon and simulator share one clock.
+"$SIM" --root "$FLOW_ROOT" --aps 20 --clients 200 --ssids 4 --repo-only --quiet
+ORIGIN=$(date +%s)
+export TALLYD_TIME_SCALE=$SCALE TALLYD_TIME_ORIGIN=$ORIGIN
+TALLYD_ROOT="$FLOW_ROOT" TALLYD_LOG=stderr "$TALLYD" \
     >"$FLOW_ROOT/tallyd.out" 2>"$FLOW_ROOT/tallyd.log" &
 PID=$!
-FLOW_START_MS=$(date +%s%3N)
-echo "tallyd runs as pid $PID; flows: a round of 20 reports every daemon minute, 90 rounds"
-TALLYD_TIME_SCALE=$SCALE "$FLOWGEN" --root "$FLOW_ROOT" --aps 20 --clients 200 --ssids 4 \
-    --entries 50 --every 60 --rounds 90 --quiet &
+FLOW_START_MS=$((ORIGIN * 1000))
+until "$TALLYCTL" --root "$FLOW_ROOT" probe >/dev/null 2>&1; do sleep 0.1; done
+echo "tallyd runs as pid $PID; every daemon minute tallyd-sim sends the AP and station"
+echo "events of the minute, the counters batch of the last one, and writes a flow"
+echo "report per AP for the same clients, for 90 minutes"
+"$SIM" --root "$FLOW_ROOT" --aps 20 --clients 200 --ssids 4 --minutes 90 --quiet &
 GEN=$!
-echo "Every 59 s the flow task takes the spool into avp_base; every 300 s the hour"
-echo "task rolls it into five-minute buckets; at 3,587 s the backup task folds the"
+echo "AP events fill avp_ap and statis_ap_wlan; joins and counters batches fill"
+echo "statis_client_info_h and statis_client_h. Every 59 s the flow task takes the"
+echo "spool into avp_base; every 300 s the hour task rolls it into five-minute"
+echo "buckets; at 3,587 s the backup task folds the"
 echo "last hour into avp_backup_hour.db; at 7,217 s the day task sums the backups"
 echo "into the day tables and starts a fresh backup database."
 for t in 660 3660 5400; do

@@ -94,6 +94,16 @@ uint32_t flow_sim::client_of(uint32_t ap) {
 }
 
 void flow_sim::report(uint32_t ap, uint32_t round, ArcMessage *msg) {
+    fill(ap, round, {}, msg);
+}
+
+void flow_sim::report(uint32_t ap, uint32_t round, std::span<const uint32_t> clients,
+                      ArcMessage *msg) {
+    fill(ap, round, clients, msg);
+}
+
+void flow_sim::fill(uint32_t ap, uint32_t round, std::span<const uint32_t> clients,
+                    ArcMessage *msg) {
     *msg = ArcMessage_init_zero;
     std::string mac = ap_mac(ap);
     msg->has_serial = true;
@@ -108,7 +118,8 @@ void flow_sim::report(uint32_t ap, uint32_t round, ArcMessage *msg) {
     msg->records_count = static_cast<pb_size_t>(cfg_.entries);
     for (uint32_t e = 0; e < cfg_.entries; ++e) {
         ArcFlowRecord &r = msg->records[e];
-        uint32_t client = client_of(ap);
+        uint32_t client = clients.empty() ? client_of(ap)
+                                          : clients[skewed(static_cast<uint32_t>(clients.size()))];
         const sim_app &app = kApps[skewed(std::size(kApps))];
         copy_text(r.app, sizeof r.app, app.name);
         r.port = app.port;

@@ -10,6 +10,7 @@
 
 #include <cstdint>
 #include <random>
+#include <span>
 #include <string>
 
 #include "arc.pb.h"
@@ -36,12 +37,16 @@ class flow_sim {
     // Fills *msg with report `round` of AP i: config().entries entries of the
     // AP's clients, every one on that AP. Advances the random sequence.
     void report(uint32_t ap, uint32_t round, ArcMessage *msg);
+    // The same for the clients listed (indexes as for client_mac), the first
+    // ones the busiest: for a simulator that moves clients between APs.
+    void report(uint32_t ap, uint32_t round, std::span<const uint32_t> clients, ArcMessage *msg);
 
    private:
     double uniform();                 // [0, 1)
     uint32_t skewed(uint32_t n);      // 0..n-1, small values far more likely
     uint64_t heavy_bytes();           // Pareto-distributed byte count
     uint32_t client_of(uint32_t ap);  // one of the AP's clients
+    void fill(uint32_t ap, uint32_t round, std::span<const uint32_t> clients, ArcMessage *msg);
 
     flow_sim_config cfg_;
     std::mt19937_64 rng_;
