@@ -26,6 +26,18 @@ struct tallyctl_datagram {
     std::vector<uint8_t> payload;
 };
 
+// Turns a command's words into its datagram: 0 with *out filled; 1 with a
+// help text in *error (printed on standard output, exit status 0); 2 with
+// *error set for bad arguments.
+using tallyctl_builder = int (*)(std::string_view cmd, const std::vector<std::string> &args,
+                                 tallyctl_datagram *out, std::string *error);
+
+// Builds the datagram of cmd and sends it with tallyctl_send_datagram, or
+// prints the help or the error. The exit status (cmd_entity_run.cc).
+struct tallyctl_ctx;
+int tallyctl_build_and_send(std::string_view cmd, tallyctl_builder build, const tallyctl_ctx &ctx,
+                            const std::vector<std::string> &args);
+
 // cmd is "set-hostname", "arc" or "stat0a"; args are the words after it.
 // 0 with *out filled; 2 with *error set for an unknown command or bad
 // arguments (usage).

@@ -1,17 +1,20 @@
 // Command-table adapters of the entity commands: turn the words into a
-// datagram with cmd_entity.h and send it with the client library.
+// datagram with cmd_entity.h and send it with the client library; the
+// sending half serves the event commands too.
 #include <cstdio>
 
 #include "cmd_entity.h"
 #include "commands.h"
 
-namespace {
-
-int send_entity(std::string_view cmd, const tallyctl_ctx &ctx,
-                const std::vector<std::string> &args) {
+int tallyctl_build_and_send(std::string_view cmd, tallyctl_builder build, const tallyctl_ctx &ctx,
+                            const std::vector<std::string> &args) {
     tallyctl_datagram d;
     std::string error;
-    int rc = tallyctl_entity_datagram(cmd, args, &d, &error);
+    int rc = build(cmd, args, &d, &error);
+    if (rc == 1) {
+        std::fputs(error.c_str(), stdout);
+        return 0;
+    }
     if (rc != 0) {
         std::fprintf(stderr, "tallyctl %.*s: %s\n", static_cast<int>(cmd.size()), cmd.data(),
                      error.c_str());
@@ -20,6 +23,13 @@ int send_entity(std::string_view cmd, const tallyctl_ctx &ctx,
     tallyd_socket_kind kind =
         d.stat_socket ? tallyd_socket_kind::stat : tallyd_socket_kind::control;
     return tallyctl_send_datagram(ctx, kind, tallyctl_message(d.id, d.payload));
+}
+
+namespace {
+
+int send_entity(std::string_view cmd, const tallyctl_ctx &ctx,
+                const std::vector<std::string> &args) {
+    return tallyctl_build_and_send(cmd, tallyctl_entity_datagram, ctx, args);
 }
 
 }  // namespace

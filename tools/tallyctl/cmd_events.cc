@@ -463,21 +463,7 @@ namespace {
 
 int tallyctl_cmd_event(std::string_view name, const tallyctl_ctx &ctx,
                        const std::vector<std::string> &args) {
-    tallyctl_datagram d;
-    std::string error;
-    int rc = tallyctl_event_datagram(name, args, &d, &error);
-    if (rc == 1) {
-        std::fputs(error.c_str(), stdout);
-        return 0;
-    }
-    if (rc != 0) {
-        std::fprintf(stderr, "tallyctl %.*s: %s\n", static_cast<int>(name.size()), name.data(),
-                     error.c_str());
-        return rc;
-    }
-    tallyd_socket_kind kind =
-        d.stat_socket ? tallyd_socket_kind::stat : tallyd_socket_kind::control;
-    return tallyctl_send_datagram(ctx, kind, tallyctl_message(d.id, d.payload));
+    return tallyctl_build_and_send(name, tallyctl_event_datagram, ctx, args);
 }
 
 }  // namespace
