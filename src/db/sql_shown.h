@@ -1,6 +1,6 @@
 // Running an sql_form (db/sql.h) with typed values.
 //
-// The daemon's log shows each failed statement the way the device formats it
+// The daemon's log shows each failed statement printed from its form
 // ("UPDATE avp_ap SET time=%lu WHERE ap_mac='%s'"); what runs is the form's
 // bound statement, prepared once per connection (sql_conn::cached) and bound
 // with values of the storage class the formatted literal would have had. So
@@ -73,8 +73,8 @@ sql_stmt *prepare(sql_conn &db, const char *bound, sql_error &err);
 
 }  // namespace sql_shown_detail
 
-// The statement as the device formats it, cut at size - 1 bytes like
-// snprintf into the device's fixed buffer.
+// The statement printed with its values, cut at size - 1 bytes: the fixed
+// buffer of the statement's size that a log line shows.
 template <size_t N, class... A>
 void sql_shown_format(char *buf, size_t size, const sql_form<N> &s, const A &...args) {
     std::snprintf(buf, size, s.printed(), sql_shown_detail::fmt_arg(args)...);
@@ -132,8 +132,8 @@ void sql_shown_log(const char *log_fmt, const sql_error &err, size_t size, const
     sql_shown_log(LOG_ERR, log_fmt, err, size, s, args...);
 }
 
-// Column readers with the device's conventions: integers read as atoi reads
-// the text (0 for NULL), texts as they are ("" for NULL).
+// Column readers: integers as atoi reads their text (0 for NULL), so a value
+// compares as the stored text does; texts as they are ("" for NULL).
 int32_t sql_col_int(sqlite3_stmt *st, int col);
 bool sql_col_null(sqlite3_stmt *st, int col);
 std::string_view sql_col_text(sqlite3_stmt *st, int col);

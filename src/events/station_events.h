@@ -4,7 +4,7 @@
 // Only the 17-character client MAC form is accepted; a message with another
 // client MAC, or one holding a single quote, is dropped without a log. Host
 // name, user name and authentication type are stored with their quotes as
-// sent (escaped as the daemon always has, cut at their field sizes).
+// sent, cut where their escaped form (quotes doubled) passes the field size.
 #pragma once
 
 #include <cstdint>

@@ -85,7 +85,7 @@ station joined(const char *mac, const char *ap, const char *ssid, const char *ho
     return s;
 }
 
-TEST(events_e2e, ToolCommandsCarryEveryEventAndRefuseBadValues) {
+TEST(EventsE2e, ToolCommandsCarryEveryEventAndRefuseBadValues) {
     tallyd_daemon d;
     start(d);
     const char *cmds[] = {
@@ -146,7 +146,7 @@ TEST(events_e2e, ToolCommandsCarryEveryEventAndRefuseBadValues) {
     expect_no_fault(d);
 }
 
-TEST(events_e2e, StatisticsSocketTakesRealBatchesAndNothingBeyond) {
+TEST(EventsE2e, StatisticsSocketTakesRealBatchesAndNothingBeyond) {
     tallyd_daemon d;
     start(d);
     std::vector<std::string> macs;
@@ -201,7 +201,7 @@ TEST(events_e2e, StatisticsSocketTakesRealBatchesAndNothingBeyond) {
     expect_no_fault(d);
 }
 
-TEST(events_e2e, AStatisticDatabaseCorruptUnderABatchIsRebuilt) {
+TEST(EventsE2e, AStatisticDatabaseCorruptUnderABatchIsRebuilt) {
     tallyd_daemon d;
     start(d);
     station s = sta("02:5c:00:00:00:01", kA, "h");
@@ -228,7 +228,7 @@ TEST(events_e2e, AStatisticDatabaseCorruptUnderABatchIsRebuilt) {
 // Acceptance: a controller's day in miniature replayed through the sockets,
 // and the rows of avp_ap, statis_ap_wlan, statis_client_info_h and
 // statis_client_h compared with what the rules give, worked out by hand.
-TEST(events_acceptance, AReplayedDayLeavesTheRowsTheRulesGive) {
+TEST(EventsAcceptanceE2e, AReplayedDayLeavesTheRowsTheRulesGive) {
     tallyd_daemon d;
     const uint32_t t0 = tallyd_now();
     start(d);

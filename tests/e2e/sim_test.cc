@@ -13,7 +13,7 @@
 
 namespace {
 
-TEST(tallyd_sim_e2e, TheSameSeedPlaysTheSameRun) {
+TEST(SimE2e, TheSameSeedPlaysTheSameRun) {
     auto [a, rc_a] = run_tool("tallyd-sim --dry-run --minutes 40 --seed 7");
     auto [b, rc_b] = run_tool("tallyd-sim --dry-run --minutes 40 --seed 7");
     auto [c, rc_c] = run_tool("tallyd-sim --dry-run --minutes 40 --seed 8");
@@ -23,7 +23,7 @@ TEST(tallyd_sim_e2e, TheSameSeedPlaysTheSameRun) {
     EXPECT_NE(std::string::npos, a.find("minute 39: ")) << a;
 }
 
-TEST(tallyd_sim_e2e, ALiveRunFillsStatisticAndFlowTablesCoherently) {
+TEST(SimE2e, ALiveRunFillsStatisticAndFlowTablesCoherently) {
     // Daemon and simulator share one clock: a minute of daemon time is two
     // seconds here, which leaves a batch 0.4 s to arrive within its 12 s.
     const std::string origin = std::to_string(std::time(nullptr));
