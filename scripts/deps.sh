@@ -1,7 +1,12 @@
 #!/bin/sh
 # Installs the Debian packages tallyd builds and tests with, only when one is
-# missing; quiet when everything is already there.
+# missing; quiet when everything is already there. `deps.sh mips` adds what
+# the MIPS cross build needs (scripts/deps-mips.sh).
 set -e
+if [ "$1" = mips ]; then
+    "$0"
+    exec "$(dirname "$0")/deps-mips.sh"
+fi
 pkgs="cmake ninja-build g++ pkg-config libsqlite3-dev sqlite3 libnanopb-dev nanopb
 libpugixml-dev libgtest-dev libgmock-dev libbenchmark-dev clang-format
 nlohmann-json3-dev libcairo2-dev"
