@@ -1,6 +1,14 @@
 # Build helpers shared by the daemon, its tools, tests and benchmarks.
 
 set(TALLYD_WARNINGS -Wall -Wextra -Werror)
+
+# 64-bit file offsets and inode numbers on a 32-bit target too. Without them
+# glibc's readdir() and stat() fail with EOVERFLOW when the kernel hands over a
+# number wider than 32 bits (the inode numbers of a large or overlay file
+# system; ext4's directory cookies when a 32-bit program runs on a 64-bit
+# kernel under qemu-user), and the spool would look empty. A no-op on 64-bit
+# hosts; the daemon's own numbers are fixed-width whatever this says.
+add_compile_definitions(_FILE_OFFSET_BITS=64)
 set(TALLYD_MODULES "" CACHE INTERNAL "")
 
 # tallyd_module(name deps...): every .cc file of src/<name> becomes the object
