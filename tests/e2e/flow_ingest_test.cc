@@ -76,7 +76,7 @@ TEST(FlowIngestE2e, SpoolFilesBecomeBaseRowsThenHourBuckets) {
 
     // tallyd-flowgen every 60 daemon seconds, two rounds, while the daemon runs:
     // the hour task then folds avp_base into five-minute buckets.
-    std::string cmd = std::string(TALLYD_BIN_DIR) + "/tallyd-flowgen --quiet --root '" + d.root() +
+    std::string cmd = tallyd_test_command("tallyd-flowgen") + " --quiet --root '" + d.root() +
                       "' --aps 3 --clients 12 --entries 10 --every 60 --rounds 2 " + "--round 10";
     ASSERT_EQ(std::system(("TALLYD_TIME_SCALE=" + std::to_string(kScale) + " " + cmd).c_str()), 0);
     EXPECT_TRUE(eventually(

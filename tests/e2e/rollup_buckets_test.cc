@@ -21,8 +21,8 @@ flow_sim_config batch(uint64_t seed) {
 
 // tallyd-flowgen writes one round of the batch into the daemon's spool.
 void write_batch(tallyd_daemon &d, const flow_sim_config &c) {
-    const std::string cmd = std::string(TALLYD_BIN_DIR) + "/tallyd-flowgen --quiet --root '" +
-                            d.root() + "' --aps " + std::to_string(c.aps) + " --clients " +
+    const std::string cmd = tallyd_test_command("tallyd-flowgen") + " --quiet --root '" + d.root() +
+                            "' --aps " + std::to_string(c.aps) + " --clients " +
                             std::to_string(c.clients) + " --ssids " + std::to_string(c.ssids) +
                             " --entries " + std::to_string(c.entries) + " --seed " +
                             std::to_string(c.seed);

@@ -10,6 +10,7 @@
 #include <cstring>
 
 #include "base/path.h"
+#include "support/launch.h"
 #include "support/test_root.h"
 #include "tallyctl/client.h"
 
@@ -90,7 +91,10 @@ bool tallyd_daemon::start() {
     std::vector<char *> envp;
     for (std::string &e : env) envp.push_back(e.data());
     envp.push_back(nullptr);
-    std::string bin = std::string(TALLYD_BIN_DIR) + "/tallyd";
+    std::vector<std::string> args = tallyd_test_argv("tallyd");
+    std::vector<char *> argv;
+    for (std::string &a : args) argv.push_back(a.data());
+    argv.push_back(nullptr);
 
     pid_ = fork();
     if (pid_ == 0) {
@@ -100,8 +104,7 @@ bool tallyd_daemon::start() {
         close(err[0]);
         // The daemon resolves nothing relative; its own directory is neutral.
         if (chdir(root_.c_str()) != 0) _exit(126);
-        char *argv[] = {bin.data(), nullptr};
-        execve(bin.c_str(), argv, envp.data());
+        execve(argv[0], argv.data(), envp.data());
         _exit(127);
     }
     close(out[1]);
@@ -115,7 +118,8 @@ bool tallyd_daemon::start() {
     reader_ = std::thread(&tallyd_daemon::collect, this, out[0], err[0]);
     if (!options_.wait_ready) return true;
 
-    auto deadline = clock_type::now() + std::chrono::milliseconds(options_.ready_timeout_ms);
+    auto deadline = clock_type::now() +
+                    std::chrono::milliseconds(tallyd_test_timeout(options_.ready_timeout_ms));
     while (clock_type::now() < deadline) {
         if (!running()) return false;
         if (access(path(TALLYD_MONITOR_SOCKET).c_str(), F_OK) == 0 && probe(500)) return true;
@@ -152,7 +156,7 @@ void tallyd_daemon::collect(int out_fd, int err_fd) {
 
 int tallyd_daemon::wait_exit(int timeout_ms) {
     if (pid_ <= 0) return status_;
-    auto deadline = clock_type::now() + std::chrono::milliseconds(timeout_ms);
+    auto deadline = clock_type::now() + std::chrono::milliseconds(tallyd_test_timeout(timeout_ms));
     for (;;) {
         int status = 0;
         pid_t r = waitpid(pid_, &status, WNOHANG);
@@ -196,7 +200,7 @@ int tallyd_daemon::log_count(std::string_view fragment) {
 }
 
 bool tallyd_daemon::wait_log(std::string_view fragment, int timeout_ms, int count) {
-    auto deadline = clock_type::now() + std::chrono::milliseconds(timeout_ms);
+    auto deadline = clock_type::now() + std::chrono::milliseconds(tallyd_test_timeout(timeout_ms));
     while (log_count(fragment) < count) {
         std::unique_lock<std::mutex> lock(mu_);
         if (cv_.wait_until(lock, deadline) == std::cv_status::timeout) {
@@ -227,7 +231,7 @@ bool tallyd_daemon::probe(int timeout_ms) {
     use_root();
     tallyctl_bytes reply;
     std::string error;
-    return tallyctl_probe(timeout_ms, &reply, &error);
+    return tallyctl_probe(tallyd_test_timeout(timeout_ms), &reply, &error);
 }
 
 bool tallyd_daemon::send_raw(tallyd_socket_kind socket, std::span<const uint8_t> datagram) {
@@ -247,7 +251,7 @@ std::vector<std::vector<uint8_t>> tallyd_daemon::request(uint32_t id,
     use_root();
     std::vector<tallyctl_bytes> replies;
     std::string error;
-    tallyctl_request(tallyd_socket_kind::control, tallyctl_message(id, payload), wait_ms, gap_ms,
-                     &replies, &error);
+    tallyctl_request(tallyd_socket_kind::control, tallyctl_message(id, payload),
+                     tallyd_test_timeout(wait_ms), tallyd_test_timeout(gap_ms), &replies, &error);
     return replies;
 }

@@ -1,7 +1,7 @@
 // End-to-end harness: the real tallyd binary in a sandbox root of its own.
 //
 //   tallyd_daemon d;                       // fresh temporary root
-//   ASSERT_TRUE(d.start());                // runs TALLYD_BIN_DIR/tallyd, waits for the probe
+//   ASSERT_TRUE(d.start());                // runs the build's tallyd, waits for the probe
 //   d.send(TALLYD_MSG_AP_ADD, payload);    // control socket, no reply expected
 //   auto replies = d.request(TALLYD_MSG_GET_TOP_SUMMARY, payload);
 //   EXPECT_TRUE(d.wait_log("tallyd, received invalid msg id"));
@@ -13,6 +13,9 @@
 // prefix (tallyd_root_set) at the daemon's root whenever it talks to it, so
 // tallyctl_client calls and tallyd_path() name the daemon's files. Several
 // harness objects may share one root (a second instance, a restart).
+//
+// Which binary runs, through which launcher, and how far every timeout below
+// stretches for a slow one (an emulator): support/launch.h.
 #pragma once
 
 #include <gtest/gtest.h>

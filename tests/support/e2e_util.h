@@ -19,6 +19,7 @@
 #include "base/file.h"
 #include "db/db_files.h"
 #include "db/sql.h"
+#include "support/launch.h"
 
 inline std::string read_text(const std::string &path) {
     std::ifstream in(path);
@@ -31,10 +32,14 @@ inline void write_text(const std::string &path, const std::string &text) {
     std::ofstream(path) << text;
 }
 
-// Runs a tool of the build (TALLYD_BIN_DIR/<command>, through the shell):
-// its standard output and exit status (-1 when it did not exit).
+// Runs a tool of the build through the shell, e.g. run_tool("tallyctl --root
+// /tmp/x ids"): the tool named by the first word is started the way
+// support/launch.h says. Its standard output and exit status (-1 when it did
+// not exit).
 inline std::pair<std::string, int> run_tool(const std::string &command) {
-    std::string cmd = std::string(TALLYD_BIN_DIR) + "/" + command;
+    const size_t space = command.find(' ');
+    std::string cmd = tallyd_test_command(command.substr(0, space));
+    if (space != std::string::npos) cmd += command.substr(space);
     tallyd_pipe p(popen(cmd.c_str(), "r"));
     if (!p) return {"", -1};
     std::string out;
@@ -82,10 +87,11 @@ inline std::string e2e_sql(const std::string &file, const std::string &statement
     return error.empty() ? out : "ERROR: " + error;
 }
 
-// Polls done every 50 ms until it holds or timeout_ms have passed; the
-// result of a last look.
+// Polls done every 50 ms until it holds or timeout_ms (stretched for a slow
+// launcher) have passed; the result of a last look.
 inline bool eventually(const std::function<bool()> &done, int timeout_ms = 5000) {
-    auto end = std::chrono::steady_clock::now() + std::chrono::milliseconds(timeout_ms);
+    auto end = std::chrono::steady_clock::now() +
+               std::chrono::milliseconds(tallyd_test_timeout(timeout_ms));
     while (std::chrono::steady_clock::now() < end) {
         if (done()) return true;
         std::this_thread::sleep_for(std::chrono::milliseconds(50));
