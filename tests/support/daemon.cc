@@ -104,7 +104,8 @@ bool tallyd_daemon::start() {
         close(err[0]);
         // The daemon resolves nothing relative; its own directory is neutral.
         if (chdir(root_.c_str()) != 0) _exit(126);
-        execve(argv[0], argv.data(), envp.data());
+        // The launcher, if any, is found on PATH.
+        execvpe(argv[0], argv.data(), envp.data());
         _exit(127);
     }
     close(out[1]);

@@ -1,0 +1,260 @@
+// tallyd-identity: a fixed set of cases fed through the daemon's own entry
+// points with the clock pinned, so that two builds of the daemon (the x86-64
+// host and the 32-bit big-endian MIPS target under qemu) can be compared byte
+// for byte. scripts/identity.sh runs it on both builds and compares the two
+// output folders.
+//
+//   tallyd-identity OUT
+//
+// OUT/root is the daemon's sandbox root (databases, repository lists, port
+// file); OUT/replies.txt holds every reply datagram in hex, one line each,
+// and OUT/log.txt every log line, both prefixed with the case that caused
+// them. Replies are captured on a socket pair that stands in for the
+// requester's socket.
+//
+// Adding a case: write a function `void case_xyz(identity_run &run)` that
+// builds its input with the layout tables and writers the daemon and its
+// tools use, hands it over with run.control(), run.stat() or a task entry
+// point, and moves the clock with run.advance(); then add {"xyz", case_xyz}
+// to kCases. Cases run in table order on one daemon state, so a later case
+// sees what the earlier ones stored.
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <cstdio>
+#include <filesystem>
+#include <fstream>
+#include <memory>
+#include <span>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "base/clock.h"
+#include "base/log.h"
+#include "base/path.h"
+#include "base/sys_info.h"
+#include "core/platform.h"
+#include "core/port_file.h"
+#include "core/routes.h"
+#include "db/db_files.h"
+#include "db/db_set.h"
+#include "db/sql.h"
+#include "eloop/eloop.h"
+#include "entity/dict.h"
+#include "entity/entity_wire.h"
+#include "flow/ingest_sim.h"
+#include "flow/ingest_writer.h"
+#include "flow/tasks.h"
+#include "ipc/dispatch.h"
+#include "ipc/msg_ids.h"
+#include "ipc/msg_layout.h"
+#include "ipc/reply.h"
+
+namespace fs = std::filesystem;
+
+namespace {
+
+// 2023-11-14 22:13:20 UTC; any fixed value would do.
+constexpr uint32_t kStartTime = 1700000000;
+
+class identity_run {
+   public:
+    explicit identity_run(int reply_sock) : reply_sock_(reply_sock) {}
+
+    // A datagram on the control or statistics socket: header filled in
+    // (module 0, id, payload length), checked and dispatched from a zeroed
+    // receive buffer as the socket handlers do. msg holds the header's 12
+    // bytes and the payload.
+    void control(uint32_t id, std::vector<uint8_t> msg) {
+        deliver(&tallyd_ctrl_routes, id, std::move(msg));
+    }
+    void stat(uint32_t id, std::vector<uint8_t> msg) {
+        deliver(&tallyd_stat_routes, id, std::move(msg));
+    }
+    // A probe on the monitor socket, answered on the reply socket.
+    void probe(uint32_t request_id) {
+        std::vector<uint8_t> msg(TALLYD_MSG_HDR_LEN + 4);
+        tallyd_msg_header_put(msg, 0, TALLYD_MSG_TAC_PROBE, 4);
+        wire_put_num(msg, TALLYD_REPLY_REQUEST_ID, request_id);
+        tallyd_tac_probe_reply(msg, reply_sock_, nullptr, 0);
+    }
+    void advance(int32_t secs) { tallyd_clock_advance(secs); }
+
+   private:
+    void deliver(const tallyd_route_table *routes, uint32_t id, std::vector<uint8_t> msg) {
+        std::vector<uint8_t> buf(TALLYD_RECV_BUF_SIZE);
+        std::copy(msg.begin(), msg.end(), buf.begin());
+        tallyd_msg_header_put(buf, 0, id, static_cast<uint32_t>(msg.size() - TALLYD_MSG_HDR_LEN));
+        if (tallyd_msg_check(buf, static_cast<int32_t>(msg.size()), true) != 0) return;
+        // The requester's address is the connected peer of the socket pair.
+        tallyd_sys_info.reply_sock = reply_sock_;
+        tallyd_sys_info.peer_addr = nullptr;
+        tallyd_sys_info.peer_addr_len = nullptr;
+        tallyd_msg_dispatch(routes, buf);
+    }
+
+    int reply_sock_;
+};
+
+void case_probe(identity_run &run) {
+    run.probe(0x01020304);
+}
+
+// A client the station events would have stored, renamed and set back.
+void case_set_hostname(identity_run &run) {
+    sql_exec(tallyd_db_set.statistic_db,
+             "INSERT INTO statis_client_info_h(time, client_mac, host_name) "
+             "VALUES(1699999000, '02:00:00:00:00:21', 'laptop')");
+    run.control(TALLYD_MSG_SET_STA_HOSTNAME,
+                entity_wire::build_set_hostname("02:00:00:00:00:21", "kitchen"));
+    run.advance(7);
+    run.control(TALLYD_MSG_SET_STA_HOSTNAME,
+                entity_wire::build_set_hostname("02:00:00:00:00:21", ""));
+}
+
+// Per-AP values: new MACs take dictionary ids (saved to the repository); a
+// zero value is skipped.
+void case_stat_0a(identity_run &run) {
+    run.stat(TALLYD_MSG_STAT_0A, entity_wire::build_stat_0a({{"00:aa:bb:cc:dd:01", 5},
+                                                             {"00:aa:bb:cc:dd:02", 0},
+                                                             {"00:aa:bb:cc:dd:03", 4294967295U}}));
+}
+
+// One round of simulated reports from three APs and two broken files, through
+// the flow task.
+void case_flow_files(identity_run &run) {
+    const std::string spool = tallyd_path(TALLYD_SPOOL_DIR);
+    fs::create_directories(spool);
+    flow_sim sim({.aps = 3, .clients = 12, .ssids = 2, .entries = 10, .seed = 11});
+    auto msg = std::make_unique<ArcMessage>();
+    for (uint32_t ap = 0; ap < 3; ++ap) {
+        sim.report(ap, 1, msg.get());
+        arc_write_file(spool, arc_spool_name(sim.ap_mac(ap), 1), arc_encode(*msg));
+    }
+    for (arc_bad bad : {arc_bad::truncated, arc_bad::oversize}) {
+        sim.report(0, 2, msg.get());
+        arc_write_file(spool, arc_spool_name(sim.ap_mac(0), 2 + static_cast<uint32_t>(bad), bad),
+                       arc_encode(*msg, bad));
+    }
+    run.advance(59);
+    tallyd_pre_handle_flow(nullptr, nullptr);
+}
+
+void case_hour_rollup(identity_run &run) {
+    run.advance(300);
+    tallyd_pre_handle_hour(nullptr, nullptr);
+}
+
+void case_day_rollup(identity_run &run) {
+    run.advance(3587);
+    tallyd_pre_backup_day(nullptr, nullptr);
+    run.advance(7217 - 3587);
+    tallyd_pre_handle_day(nullptr, nullptr);
+}
+
+struct identity_case {
+    const char *name;
+    void (*run)(identity_run &);
+};
+
+constexpr identity_case kCases[] = {
+    {"probe", case_probe},
+    {"set_hostname", case_set_hostname},
+    {"stat_0a", case_stat_0a},
+    {"flow_files", case_flow_files},
+    {"hour_rollup", case_hour_rollup},
+    {"day_rollup", case_day_rollup},
+};
+
+std::string hex(std::span<const uint8_t> bytes) {
+    static const char digits[] = "0123456789abcdef";
+    std::string s;
+    for (uint8_t b : bytes) {
+        s += digits[b >> 4];
+        s += digits[b & 15];
+    }
+    return s;
+}
+
+// Log text with the sandbox root named "<root>" and line ends shown, so that
+// the two builds' lines compare whatever folder each ran in.
+std::string log_text(std::string text, const std::string &root) {
+    for (size_t at; (at = text.find(root)) != std::string::npos;)
+        text.replace(at, root.size(), "<root>");
+    for (size_t at; (at = text.find('\n')) != std::string::npos;) text.replace(at, 1, "\\n");
+    return text;
+}
+
+// A fresh install: the root with the empty seed lists of the repository.
+void make_root(const std::string &root) {
+    fs::remove_all(root);
+    const fs::path xrepo = fs::path(root + std::string(TALLYD_XREPO_DIR));
+    fs::create_directories(xrepo);
+    for (const auto &e : fs::directory_iterator(fs::path(TALLYD_SOURCE_DIR) / "tools/xrepo-seed"))
+        if (e.path().extension() == ".xml") fs::copy_file(e.path(), xrepo / e.path().filename());
+}
+
+// What start-up does before the event loop runs, less the instance check and
+// the pid file.
+void start_daemon_state() {
+    tallyd_init_sys_info(&tallyd_sys_info);
+    tallyd_set_platform_limits(&tallyd_sys_info);
+    tallyd_provision_port_file();
+    tallyd_init_avp_db(&tallyd_db_set);
+    tallyd_load_dictionaries(&tallyd_sys_info);
+    eloop_init(&tallyd_sys_info);
+}
+
+void close_databases() {
+    for (sqlite3 **h :
+         {&tallyd_db_set.db, &tallyd_db_set.db_flash, &tallyd_db_set.temp_db,
+          &tallyd_db_set.backup_hour_db, &tallyd_db_set.top_list_db, &tallyd_db_set.statistic_db})
+        sql_close(h);
+}
+
+}  // namespace
+
+int main(int argc, char **argv) {
+    if (argc != 2) {
+        std::fprintf(stderr, "usage: tallyd-identity OUT\n");
+        return 2;
+    }
+    const std::string out = fs::absolute(argv[1]).string();
+    const std::string root = out + "/root";
+    fs::remove_all(out);
+    make_root(root);
+    tallyd_root_set(root);
+    tallyd_clock_set(kStartTime);
+
+    std::vector<tallyd_log_line> log;
+    tallyd_log_capture(&log);
+    int pair[2];
+    if (socketpair(AF_UNIX, SOCK_DGRAM, 0, pair) != 0) {
+        std::perror("socketpair");
+        return 1;
+    }
+    std::ofstream replies(out + "/replies.txt"), log_file(out + "/log.txt");
+    start_daemon_state();
+    identity_run run(pair[0]);
+
+    const auto flush = [&](const char *name) {
+        std::vector<uint8_t> buf(TALLYD_REPLY_BUF_SIZE);
+        for (ssize_t n; (n = recv(pair[1], buf.data(), buf.size(), MSG_DONTWAIT)) >= 0;)
+            replies << name << ' ' << hex(std::span(buf).first(n)) << '\n';
+        for (const tallyd_log_line &l : log)
+            log_file << name << ' ' << l.priority << ' ' << log_text(l.text, root) << '\n';
+        log.clear();
+    };
+    flush("start");
+    for (const identity_case &c : kCases) {
+        c.run(run);
+        flush(c.name);
+    }
+    tallyd_log_capture(nullptr);
+    close_databases();
+    eloop_destroy();
+    close(pair[0]);
+    close(pair[1]);
+    return replies && log_file ? 0 : 1;
+}
