@@ -1,10 +1,11 @@
 # Front door. `make test` is what CI runs; `make demo` shows the daemon at work.
 BUILD      ?= build
 ASAN_BUILD ?= build/asan
+MIPS_BUILD ?= build/mips
 JOBS       ?= 2
 CMAKE_GEN  := -G Ninja
 
-.PHONY: all build test unit asan demo bench deps clean format format-check
+.PHONY: all build test unit asan demo bench deps clean format format-check deps-mips mips test-mips
 
 all: build
 
@@ -29,6 +30,29 @@ asan: deps $(ASAN_BUILD)/build.ninja
 		ctest --output-on-failure -j $(JOBS)
 
 test: format-check unit asan
+
+# The controller's ABI: 32-bit big-endian MIPS, run under qemu-user. The target's
+# libraries come from Debian's sources (scripts/mips-deps.sh); unit tests run
+# under qemu through CTest, the host's e2e binary drives the MIPS daemon and
+# tools (TALLYD_TEST_LAUNCHER), and the identity cases must give the same
+# bytes on both builds.
+MIPS_RUN := qemu-mips -L /usr/mips-linux-gnu
+
+deps-mips:
+	@./scripts/deps.sh mips
+
+mips: deps-mips
+	JOBS=$(JOBS) ./scripts/mips-deps.sh $(MIPS_BUILD)/deps
+	@[ -f $(MIPS_BUILD)/build.ninja ] || cmake -S . -B $(MIPS_BUILD) $(CMAKE_GEN) \
+		-DCMAKE_BUILD_TYPE=RelWithDebInfo -DCMAKE_TOOLCHAIN_FILE=cmake/mips-toolchain.cmake \
+		-DTALLYD_MIPS_PREFIX=$(abspath $(MIPS_BUILD))/deps/prefix
+	cmake --build $(MIPS_BUILD) -j $(JOBS)
+
+test-mips: build mips
+	cd $(MIPS_BUILD) && ctest --output-on-failure -j $(JOBS)
+	TALLYD_TEST_BIN_DIR=$(abspath $(MIPS_BUILD)) TALLYD_TEST_LAUNCHER="$(MIPS_RUN)" \
+		TALLYD_TEST_SLOWDOWN=4 $(BUILD)/tests/e2e --gtest_brief=1
+	./scripts/identity.sh $(BUILD) $(MIPS_BUILD) "$(MIPS_RUN)"
 
 demo: build
 	./scripts/demo.sh $(BUILD)
