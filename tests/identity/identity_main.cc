@@ -103,7 +103,7 @@ void case_probe(identity_run &run) {
 
 // A client the station events would have stored, renamed and set back.
 void case_set_hostname(identity_run &run) {
-    sql_exec(tallyd_db_set.statistic_db,
+    sql_exec(tallyd_db_set.statistic_db.get(),
              "INSERT INTO statis_client_info_h(time, client_mac, host_name) "
              "VALUES(1699999000, '02:00:00:00:00:21', 'laptop')");
     run.control(TALLYD_MSG_SET_STA_HOSTNAME,
@@ -206,13 +206,6 @@ void start_daemon_state() {
     eloop_init(&tallyd_sys_info);
 }
 
-void close_databases() {
-    for (sqlite3 **h :
-         {&tallyd_db_set.db, &tallyd_db_set.db_flash, &tallyd_db_set.temp_db,
-          &tallyd_db_set.backup_hour_db, &tallyd_db_set.top_list_db, &tallyd_db_set.statistic_db})
-        sql_close(h);
-}
-
 }  // namespace
 
 int main(int argc, char **argv) {
@@ -252,7 +245,7 @@ int main(int argc, char **argv) {
         flush(c.name);
     }
     tallyd_log_capture(nullptr);
-    close_databases();
+    tallyd_db_set.close_all();
     eloop_destroy();
     close(pair[0]);
     close(pair[1]);
