@@ -55,9 +55,10 @@ while read -r f; do
     n=$((n + 1))
     cmp -s "$a/$f" "$b/$f" && continue
     line=$(first_diff "$a/$f" "$b/$f")
-    echo "identity: ${f#./} differs at line $line" >&2
-    echo "  $host: $(sed -n "${line}p" "$a/$f")" >&2
-    echo "  $other: $(sed -n "${line}p" "$b/$f")" >&2
+    # printf, not echo: dash's echo would expand the "\n" of log texts.
+    printf 'identity: %s differs at line %s\n' "${f#./}" "$line" >&2
+    printf '  %s: %s\n' "$host" "$(sed -n "${line}p" "$a/$f")" >&2
+    printf '  %s: %s\n' "$other" "$(sed -n "${line}p" "$b/$f")" >&2
     exit 1
 done <"$host/identity/files"
 rows=$(find "$a" -name '*.dump' -exec cat {} + | grep -c '^INSERT' || true)
