@@ -21,6 +21,7 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstdio>
 #include <filesystem>
 #include <fstream>
@@ -72,17 +73,19 @@ class identity_run {
     void stat(uint32_t id, std::vector<uint8_t> msg) {
         deliver(&tallyd_stat_routes, id, std::move(msg));
     }
-    // A probe on the monitor socket, answered on the reply socket.
-    void probe(uint32_t request_id) {
-        std::vector<uint8_t> msg(TALLYD_MSG_HDR_LEN + 4);
-        tallyd_msg_header_put(msg, 0, TALLYD_MSG_TAC_PROBE, 4);
-        wire_put_num(msg, TALLYD_REPLY_REQUEST_ID, request_id);
+    // A probe (a bare header) on the monitor socket, answered on the reply
+    // socket.
+    void probe() {
+        std::vector<uint8_t> msg(TALLYD_MSG_HDR_LEN);
+        tallyd_msg_header_put(msg, 0, TALLYD_MSG_TAC_PROBE, 0);
         tallyd_tac_probe_reply(msg, reply_sock_, nullptr, 0);
     }
     void advance(int32_t secs) { tallyd_clock_advance(secs); }
 
    private:
     void deliver(const tallyd_route_table *routes, uint32_t id, std::vector<uint8_t> msg) {
+        // What the receive call would leave: at most the buffer less one byte.
+        msg.resize(std::min(msg.size(), TALLYD_RECV_BUF_SIZE - 1));
         std::vector<uint8_t> buf(TALLYD_RECV_BUF_SIZE);
         std::copy(msg.begin(), msg.end(), buf.begin());
         tallyd_msg_header_put(buf, 0, id, static_cast<uint32_t>(msg.size() - TALLYD_MSG_HDR_LEN));
@@ -98,7 +101,7 @@ class identity_run {
 };
 
 void case_probe(identity_run &run) {
-    run.probe(0x01020304);
+    run.probe();
 }
 
 // A client the station events would have stored, renamed and set back.
