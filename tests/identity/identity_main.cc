@@ -35,22 +35,27 @@
 #include "base/log.h"
 #include "base/path.h"
 #include "base/sys_info.h"
-#include "core/platform.h"
 #include "core/port_file.h"
 #include "core/routes.h"
+#include "core/sizing.h"
 #include "db/db_files.h"
 #include "db/db_set.h"
+#include "db/schema.h"
 #include "db/sql.h"
 #include "eloop/eloop.h"
 #include "entity/dict.h"
 #include "entity/entity_wire.h"
-#include "flow/ingest_sim.h"
-#include "flow/ingest_writer.h"
-#include "flow/tasks.h"
+#include "events/ap_wlan_seed.h"
+#include "flow/backup_task.h"
+#include "flow/day_task.h"
+#include "flow/hour_task.h"
+#include "flow/ingest.h"
 #include "ipc/dispatch.h"
 #include "ipc/msg_ids.h"
 #include "ipc/msg_layout.h"
 #include "ipc/reply.h"
+#include "sim/arc_writer.h"
+#include "sim/flow_sim.h"
 
 namespace fs = std::filesystem;
 
@@ -198,12 +203,13 @@ void make_root(const std::string &root) {
         if (e.path().extension() == ".xml") fs::copy_file(e.path(), xrepo / e.path().filename());
 }
 
-// What start-up does before the event loop runs, less the instance check and
-// the pid file.
+// What start-up (core/tallyd.cc) does before the event loop runs, less the
+// instance check, the crash handler and the pid file.
 void start_daemon_state() {
     tallyd_init_sys_info(&tallyd_sys_info);
     tallyd_set_platform_limits(&tallyd_sys_info);
     tallyd_provision_port_file();
+    tallyd_set_ap_wlan_seeder(tallyd_get_wlan_from_apgrp);
     tallyd_init_avp_db(&tallyd_db_set);
     tallyd_load_dictionaries(&tallyd_sys_info);
     eloop_init(&tallyd_sys_info);
