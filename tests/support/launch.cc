@@ -43,6 +43,10 @@ bool tallyd_test_launched() {
     return !launcher_words().empty();
 }
 
+bool tallyd_test_emulated() {
+    return TALLYD_TEST_LAUNCHER_DEFAULT[0] != '\0';
+}
+
 int tallyd_test_timeout(int ms) {
     long n = std::strtol(env_or("TALLYD_TEST_SLOWDOWN", "1").c_str(), nullptr, 10);
     return n > 1 && n <= 100 ? static_cast<int>(ms * n) : ms;

@@ -25,5 +25,9 @@ std::string tallyd_test_command(std::string_view name);
 // True when programs run through a launcher (an emulator).
 bool tallyd_test_launched();
 
+// True in a cross build, whose test binaries themselves run under the
+// emulator: for the few checks that the emulator cannot reproduce.
+bool tallyd_test_emulated();
+
 // ms scaled by TALLYD_TEST_SLOWDOWN (at least 1).
 int tallyd_test_timeout(int ms);

@@ -13,10 +13,12 @@
 #include <functional>
 #include <regex>
 #include <sstream>
+#include <vector>
 
 #include "base/path.h"
 #include "support/crashdump.h"
 #include "support/e2e_util.h"
+#include "support/launch.h"
 #include "support/test_root.h"
 
 // The faults. Exported with C names (the test binary exports its symbols),
@@ -109,7 +111,11 @@ class SupportCrash : public root_test {
             s_fault = fault;
             ucontext_t here, top;
             getcontext(&top);
-            top.uc_stack = {stack, 0, kUsable};
+            // By name: stack_t's members come in another order on MIPS
+            // (ss_size before ss_flags) than on x86-64.
+            top.uc_stack.ss_sp = stack;
+            top.uc_stack.ss_size = kUsable;
+            top.uc_stack.ss_flags = 0;
             top.uc_link = &here;
             makecontext(
                 &top, [] { crash_caller(s_fault); }, 0);
@@ -170,10 +176,18 @@ class SupportCrash : public root_test {
             addr << "(nil)";
         else
             addr << (f.target ? f.target : reinterpret_cast<void *>(pc));
-        std::string info = "# Crash Information:\n#   " + cause +
-                           "#   Attempt to access addr = " + addr.str() +
-                           "\n# General Registers: \n\n#   00(";
-        EXPECT_NE(std::string::npos, report.find(info)) << info;
+        // qemu-user reports a SIGBUS one page past the address touched; the
+        // kernel reports the address itself.
+        if (f.sig == SIGBUS && tallyd_test_emulated()) addr.str("");
+        std::string info =
+            "# Crash Information:\n#   " + cause + "#   Attempt to access addr = " + addr.str();
+        std::string regs_start = "\n# General Registers: \n\n#   00(";
+        if (addr.str().empty()) {
+            EXPECT_NE(std::string::npos, report.find(info)) << info;
+            EXPECT_NE(std::string::npos, report.find(regs_start));
+        } else {
+            EXPECT_NE(std::string::npos, report.find(info + regs_start)) << info;
+        }
 
         // Registers numbered in order, the stack pointer's among them; then
         // the last line and the end.
@@ -217,8 +231,19 @@ TEST_F(SupportCrash, EachFaultLeavesAFullReportAndOlderOnesRotate) {
                "\n#   Error #  = 0\n#   Cause code = " + std::to_string(f.code) + " (" + f.cause +
                ")\n";
     };
+    std::vector<const fault_case *> ran;
     for (const fault_case &f : faults) {
         SCOPED_TRACE(f.name);
+        if (f.fault == crash_divide && tallyd_test_emulated()) {
+            // MIPS divides do not trap; the compiler adds "teq divisor, zero, 7",
+            // which the kernel turns into SIGFPE (FPE_INTDIV) and qemu-user
+            // into SIGTRAP.
+            std::printf(
+                "note: the divide fault is skipped under the emulator (SIGTRAP, not "
+                "SIGFPE)\n");
+            continue;
+        }
+        ran.push_back(&f);
         g_target = static_cast<volatile char *>(f.target);
         EXPECT_EQ(255, crash(f.fault)) << read_file("/child.err");
         EXPECT_EQ("tallyd registers crashdump usrcb\nCreating dumpfile: " + path(dump_) +
@@ -230,14 +255,15 @@ TEST_F(SupportCrash, EachFaultLeavesAFullReportAndOlderOnesRotate) {
         EXPECT_GT(companion.find('\n'), 10u) << companion;
         EXPECT_TRUE(companion.ends_with("\nNum RefCount Path\n")) << companion;
     }
-    // Four crashes: the newest report, then the three before it; a fifth
-    // overwrites the oldest copy.
-    for (int i = 0; i < 4; ++i)
+    // Four crashes (three under the emulator): the newest report, then the
+    // ones before it; the next overwrites the oldest copy once there are four.
+    const size_t n = ran.size();
+    for (size_t i = 0; i < n; ++i)
         EXPECT_NE(
             std::string::npos,
-            read_file(i ? dump_ + "." + std::to_string(i) : dump_).find(cause(faults[3 - i])));
+            read_file(i ? dump_ + "." + std::to_string(i) : dump_).find(cause(*ran[n - 1 - i])));
     EXPECT_EQ(255, crash(crash_read_null));
-    EXPECT_NE(std::string::npos, read_file(dump_ + ".3").find(cause(faults[1])));
+    EXPECT_NE(std::string::npos, read_file(dump_ + ".3").find(cause(*ran[n - 3])));
     EXPECT_FALSE(exists(dump_ + ".4"));
     munmap(ro, kPage);
     munmap(bus, kPage);
