@@ -2,17 +2,18 @@
 
 #include "entity/handlers.h"
 #include "events/handlers.h"
+#include "reports/handlers.h"
 
 namespace {
 
 // Two handlers on one id run in the order given, on the same message.
 constexpr tallyd_route kCtrlRoutes[] = {
     // Report requests from the management daemon; each answers with a reply.
-    tallyd_route_of(TALLYD_MSG_GET_CLIENTS_SUMMARY),
-    tallyd_route_of(TALLYD_MSG_GET_TOP_SUMMARY),
+    tallyd_route_of(TALLYD_MSG_GET_CLIENTS_SUMMARY, tallyd_handle_clients_summary),
+    tallyd_route_of(TALLYD_MSG_GET_TOP_SUMMARY, tallyd_handle_top_summary),
     tallyd_route_of(TALLYD_MSG_GET_CLIENT_LIST),
     tallyd_route_of(TALLYD_MSG_IGNORED_49),
-    tallyd_route_of(TALLYD_MSG_GET_APP_CLIENT),
+    tallyd_route_of(TALLYD_MSG_GET_APP_CLIENT, tallyd_handle_app_client),
     tallyd_route_of(TALLYD_MSG_STATIS_SINGLE_CLIENT),
     tallyd_route_of(TALLYD_MSG_STATIS_AP),
     tallyd_route_of(TALLYD_MSG_STATIS_SSID),

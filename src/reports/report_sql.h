@@ -1,0 +1,97 @@
+// Statements of the reports: logged as the device prints them, run with
+// every value bound.
+//
+// A report statement is written as the device has always formatted it: a
+// printf format with "%s" for table names, "'%s'" for texts between quotes
+// and "%d", "%u", "%lu", "%llu" for numbers. report_query keeps the printed
+// text for the log lines (cut to the statement buffer of the report) and
+// runs the same statement with each quoted text and each number bound as a
+// parameter of the storage class its literal would have had. So a quote in
+// an SSID, MAC or application name matches literally and can never change
+// the statement, and the statement text, free of values, is prepared once
+// per connection.
+//
+// Results are read whole before the caller looks at them, as
+// sqlite3_get_table reads them: every value as text (null for NULL), and no
+// rows at all when the statement fails.
+#pragma once
+
+#include <sqlite3.h>
+
+#include <cstdarg>
+#include <cstddef>
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "db/sql.h"
+
+// The rows of one SELECT.
+class report_rows {
+   public:
+    int rows() const { return ncol_ ? static_cast<int>(null_.size()) / ncol_ : 0; }
+    int cols() const { return ncol_; }
+    // The value as text, null for NULL.
+    const char *at(int r, int c) const;
+    // Parsed as the device parses get_table values: atoi, "%llu".
+    int32_t int_at(int r, int c) const;
+    uint64_t u64_at(int r, int c) const;
+
+   private:
+    friend class report_query;
+    int ncol_ = 0;
+    std::vector<std::string> cells_;
+    std::vector<char> null_;
+};
+
+class report_query {
+   public:
+    // Formats fmt: the printed text cut to shown_size - 1 characters (at most
+    // 1,023), and the statement to run. Quoted texts must stay valid until
+    // the statement has run.
+    report_query(sqlite3 *db, size_t shown_size, const char *fmt, ...)
+        __attribute__((format(printf, 4, 5)));
+    // An empty statement, written piece by piece with add().
+    report_query(sqlite3 *db, size_t shown_size);
+    report_query(const report_query &) = delete;
+    report_query &operator=(const report_query &) = delete;
+
+    // Appends a formatted piece, as if the whole statement had been one
+    // format.
+    report_query &add(const char *fmt, ...) __attribute__((format(printf, 2, 3)));
+
+    // The statement as the device prints it.
+    const char *shown() const { return shown_; }
+
+    // Runs a SELECT and reads every row into *out. false on failure (err()
+    // filled, *out empty); a null connection fails as SQLITE_MISUSE.
+    bool select(report_rows *out);
+    // Runs a statement that returns no rows. false on failure.
+    bool exec();
+
+    const sql_error &err() const { return err_; }
+
+   private:
+    enum class bind_kind : uint8_t { i64, u64, text };
+    struct bind_value {
+        bind_kind kind;
+        int64_t i;
+        uint64_t u;
+        const char *text;
+    };
+    static constexpr size_t kMaxBinds = 8;
+
+    void vadd(const char *fmt, va_list ap);
+    sqlite3_stmt *prepare();
+    void finish(sqlite3_stmt *s);
+
+    sqlite3 *db_;
+    size_t shown_size_;
+    size_t shown_len_ = 0;  // untruncated length printed so far
+    char shown_[1024] = {};
+    std::string run_;
+    bind_value binds_[kMaxBinds] = {};
+    size_t nbinds_ = 0;
+    bool bad_format_ = false;
+    sql_error err_;
+};
