@@ -202,7 +202,7 @@ struct top_request {
 
 struct usage_request {
     std::string_view ssid = "all";  // or, for the app-client report, the name
-    std::string_view mac;
+    std::string_view mac = {};
     uint32_t client_type = kClientAll;
     uint32_t period = 0;
     uint32_t type = 1;
@@ -211,7 +211,7 @@ struct usage_request {
 };
 
 struct app_client_request {
-    std::string_view name;  // application name, or a port as decimal text
+    std::string_view name = {};  // application name, or a port as decimal text
     uint32_t by = kByApp;
     uint32_t skip = 0;
 };

@@ -6,9 +6,7 @@
 #include <sqlite3.h>
 
 #include <cstdint>
-#include <cstdlib>
 #include <string>
-#include <vector>
 
 #include "base/clock.h"
 #include "base/sys_info.h"
@@ -18,8 +16,6 @@
 #include "eloop/eloop.h"
 #include "support/db_corrupt.h"
 #include "support/db_test.h"
-
-using rows_t = std::vector<std::vector<std::string>>;
 
 class FlowRollup : public db_root_test {
    protected:
@@ -43,48 +39,6 @@ class FlowRollup : public db_root_test {
     }
 
    public:
-    // Helpers, also for the free functions of the tests.
-    static void exec(sql_conn &conn, const std::string &sql) {
-        sql_error err;
-        ASSERT_EQ(sql_exec(conn.get(), sql.c_str(), &err), SQLITE_OK) << sql << ": " << err.text;
-    }
-
-    // Every row of a query, NULL as "NULL".
-    static rows_t query(sql_conn &conn, const std::string &sql) {
-        sql_table t;
-        EXPECT_EQ(sql_get_table(conn.get(), sql.c_str(), t), SQLITE_OK) << sql;
-        rows_t out(t.rows());
-        for (int r = 0; r < t.rows(); ++r)
-            for (int c = 0; c < t.cols(); ++c) out[r].push_back(t.at(r, c) ? t.at(r, c) : "NULL");
-        return out;
-    }
-    static int64_t scalar(sql_conn &conn, const std::string &sql) { return query_int(conn, sql); }
-
-    // Inserts rows into "table(cols)" in one transaction. Values that read as
-    // integers (without a leading zero: "001122334455" is a MAC) are bound as
-    // integers, the others as texts, as the daemon's printed statements would
-    // store them.
-    static void insert(sql_conn &conn, const std::string &table, const rows_t &rows) {
-        if (rows.empty()) return;
-        std::string sql = "INSERT INTO " + table + " VALUES(?";
-        for (size_t i = 1; i < rows[0].size(); ++i) sql += ", ?";
-        sql_stmt s = sql_prepare(conn.get(), (sql + ")").c_str());
-        ASSERT_TRUE(s) << sql;
-        sql_txn txn(conn.get());
-        for (const auto &row : rows) {
-            for (size_t i = 0; i < row.size(); ++i) {
-                char *end = nullptr;
-                const long long v = std::strtoll(row[i].c_str(), &end, 10);
-                if (!row[i].empty() && *end == '\0' && (row[i][0] != '0' || row[i] == "0"))
-                    s.bind(static_cast<int>(i + 1), int64_t{v});
-                else
-                    s.bind(static_cast<int>(i + 1), row[i]);
-            }
-            ASSERT_EQ(s.run(), SQLITE_OK) << sql;
-        }
-        ASSERT_EQ(txn.commit(), SQLITE_OK);
-    }
-
     // True when task is armed in the event loop (and disarms it).
     static bool armed(void (*task)(void *, void *)) {
         return eloop_cancel_timeout(task, ELOOP_ALL_CTX, ELOOP_ALL_CTX) == 1;
