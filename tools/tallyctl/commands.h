@@ -51,6 +51,11 @@ int tallyctl_cmd_sta_add(const tallyctl_ctx &ctx, const std::vector<std::string>
 int tallyctl_cmd_sta_active(const tallyctl_ctx &ctx, const std::vector<std::string> &args);
 int tallyctl_cmd_client_stats(const tallyctl_ctx &ctx, const std::vector<std::string> &args);
 
+// Report commands (cmd_reports.cc).
+int tallyctl_cmd_top(const tallyctl_ctx &ctx, const std::vector<std::string> &args);
+int tallyctl_cmd_usage(const tallyctl_ctx &ctx, const std::vector<std::string> &args);
+int tallyctl_cmd_app_clients(const tallyctl_ctx &ctx, const std::vector<std::string> &args);
+
 // Sends a finished datagram on a socket and prints what happened (and each
 // reply) as text or JSON; waits wait_ms for a first reply (-1: long enough
 // for a report when the id is a report request, briefly otherwise).

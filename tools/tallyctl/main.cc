@@ -53,6 +53,15 @@ constexpr tallyctl_command kCommands[] = {
     {"crash", tallyctl_cmd_crash,
      "\n      the newest crash report of tallyd, then every kept one with its crash\n"
      "      time; exit 1 when there is none"},
+    {"top", tallyctl_cmd_top,
+     "[--period hour|day] [--list apps|clients|aps|ssids] [--raw]\n"
+     "      the ten applications, clients, APs or SSIDs that moved the most bytes"},
+    {"usage", tallyctl_cmd_usage,
+     "[--ssid S] [--client MAC | --ap MAC | --apgroup ID] [--period hour|day|week|month]\n"
+     "           [--series] [--pie apps|ports | --list apps|ports] [--png F | --svg F] [--raw]\n"
+     "      traffic over time (uplink and downlink rates) and by application or port"},
+    {"app-clients", tallyctl_cmd_app_clients,
+     "--app NAME | --port N [--raw]\n      the clients of one application or port this hour"},
     {"help", help, "\n      this text"},
 };
 
