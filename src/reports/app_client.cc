@@ -14,7 +14,6 @@ using namespace report_wire;
 namespace {
 
 constexpr int kTop = 10;
-constexpr uint32_t kMaskDb = 1;
 
 constexpr const char *kTotalApp =
     "SELECT SUM(uplink), SUM(downlink) FROM avp_app_client_hour WHERE app='%s'";
@@ -30,14 +29,14 @@ constexpr const char *kClientsPort =
 bool select_logged(report_query &q, report_rows *rows) {
     if (q.select(rows)) return true;
     tallyd_log(LOG_ERR, "tallyd, value = %s, aErrMsg = %s\n", q.shown(), q.err().text.c_str());
-    if (q.err().malformed()) tallyd_recover_from_malformed(kMaskDb);
+    if (q.err().malformed()) tallyd_recover_from_malformed(TALLYD_RECOVER_DB);
     return false;
 }
 
 }  // namespace
 
 uint32_t tallyd_avp_app_client_list(const char *name, bool by_app, std::span<uint8_t> data) {
-    sqlite3 *db = tallyd_db_set.db;
+    sql_conn &db = tallyd_db_set.db;
     if (!db) return 0;
     const int32_t port = std::atoi(name);
     report_query total_q =

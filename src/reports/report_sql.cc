@@ -1,11 +1,9 @@
 #include "reports/report_sql.h"
 
 #include <algorithm>
-#include <climits>
 #include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
-#include <unordered_set>
 
 const char *report_rows::at(int r, int c) const {
     const size_t i = static_cast<size_t>(r) * static_cast<size_t>(ncol_) + static_cast<size_t>(c);
@@ -23,11 +21,11 @@ uint64_t report_rows::u64_at(int r, int c) const {
     return v;
 }
 
-report_query::report_query(sqlite3 *db, size_t shown_size)
-    : db_(db), shown_size_(std::min(shown_size, sizeof shown_)) {}
+report_query::report_query(sql_conn &conn, size_t shown_size)
+    : conn_(&conn), shown_size_(std::min(shown_size, sizeof shown_)) {}
 
-report_query::report_query(sqlite3 *db, size_t shown_size, const char *fmt, ...)
-    : report_query(db, shown_size) {
+report_query::report_query(sql_conn &conn, size_t shown_size, const char *fmt, ...)
+    : report_query(conn, shown_size) {
     va_list ap;
     va_start(ap, fmt);
     vadd(fmt, ap);
@@ -98,67 +96,48 @@ void report_query::vadd(const char *fmt, va_list ap_in) {
     va_end(ap);
 }
 
-sqlite3_stmt *report_query::prepare() {
-    if (!db_ || bad_format_) {
+sql_stmt *report_query::prepare() {
+    if (bad_format_) {
         err_ = {SQLITE_MISUSE, sqlite3_errstr(SQLITE_MISUSE)};
         return nullptr;
     }
-    // The cache is keyed by the address of a text that lives as long as the
-    // process; the distinct statements of the reports are few.
-    static std::unordered_set<std::string> texts;
-    sql_stmt *cached = sql_cached(db_, texts.emplace(run_).first->c_str(), &err_);
-    if (!cached) return nullptr;
-    sqlite3_stmt *s = cached->get();
+    sql_stmt *s = conn_->cached(run_, &err_);
+    if (!s) return nullptr;
     for (size_t i = 0; i < nbinds_; ++i) {
         const int n = static_cast<int>(i + 1);
         const bind_value &b = binds_[i];
-        if (b.kind == bind_kind::text) {
-            sqlite3_bind_text(s, n, b.text, -1, SQLITE_STATIC);
-        } else if (b.kind == bind_kind::i64) {
-            sqlite3_bind_int64(s, n, b.i);
-        } else if (b.u > static_cast<uint64_t>(INT64_MAX)) {
-            // What SQLite reads from a decimal literal beyond the signed range.
-            sqlite3_bind_double(s, n, static_cast<double>(b.u));
-        } else {
-            sqlite3_bind_int64(s, n, static_cast<int64_t>(b.u));
-        }
+        if (b.kind == bind_kind::text)
+            s->bind_static(n, b.text);
+        else if (b.kind == bind_kind::i64)
+            s->bind(n, b.i);
+        else
+            s->bind_u64(n, b.u);
     }
     return s;
 }
 
-void report_query::finish(sqlite3_stmt *s) {
-    sqlite3_reset(s);
-    sqlite3_clear_bindings(s);
-}
-
 bool report_query::select(report_rows *out) {
     *out = report_rows();
-    sqlite3_stmt *s = prepare();
+    sql_stmt *s = prepare();
     if (!s) return false;
-    out->ncol_ = sqlite3_column_count(s);
+    out->ncol_ = sqlite3_column_count(s->get());
     int rc;
-    while ((rc = sqlite3_step(s)) == SQLITE_ROW) {
+    while ((rc = s->step(&err_)) == SQLITE_ROW) {
         for (int c = 0; c < out->ncol_; ++c) {
-            const unsigned char *v = sqlite3_column_text(s, c);
+            const unsigned char *v = sqlite3_column_text(s->get(), c);
             out->null_.push_back(v == nullptr);
             out->cells_.emplace_back(v ? reinterpret_cast<const char *>(v) : "");
         }
     }
-    if (rc != SQLITE_DONE) {
-        err_ = {rc, sqlite3_errmsg(db_)};
-        *out = report_rows();
-    }
-    finish(s);
+    if (rc != SQLITE_DONE) *out = report_rows();
+    s->reset();
     return rc == SQLITE_DONE;
 }
 
 bool report_query::exec() {
-    sqlite3_stmt *s = prepare();
+    sql_stmt *s = prepare();
     if (!s) return false;
-    int rc;
-    while ((rc = sqlite3_step(s)) == SQLITE_ROW) {
-    }
-    if (rc != SQLITE_DONE) err_ = {rc, sqlite3_errmsg(db_)};
-    finish(s);
-    return rc == SQLITE_DONE;
+    const bool ok = s->run(&err_) == SQLITE_OK;
+    s->reset();
+    return ok;
 }

@@ -16,8 +16,6 @@
 // rows at all when the statement fails.
 #pragma once
 
-#include <sqlite3.h>
-
 #include <cstdarg>
 #include <cstddef>
 #include <cstdint>
@@ -49,10 +47,10 @@ class report_query {
     // Formats fmt: the printed text cut to shown_size - 1 characters (at most
     // 1,023), and the statement to run. Quoted texts must stay valid until
     // the statement has run.
-    report_query(sqlite3 *db, size_t shown_size, const char *fmt, ...)
+    report_query(sql_conn &conn, size_t shown_size, const char *fmt, ...)
         __attribute__((format(printf, 4, 5)));
     // An empty statement, written piece by piece with add().
-    report_query(sqlite3 *db, size_t shown_size);
+    report_query(sql_conn &conn, size_t shown_size);
     report_query(const report_query &) = delete;
     report_query &operator=(const report_query &) = delete;
 
@@ -64,7 +62,7 @@ class report_query {
     const char *shown() const { return shown_; }
 
     // Runs a SELECT and reads every row into *out. false on failure (err()
-    // filled, *out empty); a null connection fails as SQLITE_MISUSE.
+    // filled, *out empty); a closed connection fails as SQLITE_MISUSE.
     bool select(report_rows *out);
     // Runs a statement that returns no rows. false on failure.
     bool exec();
@@ -82,10 +80,9 @@ class report_query {
     static constexpr size_t kMaxBinds = 8;
 
     void vadd(const char *fmt, va_list ap);
-    sqlite3_stmt *prepare();
-    void finish(sqlite3_stmt *s);
+    sql_stmt *prepare();
 
-    sqlite3 *db_;
+    sql_conn *conn_;
     size_t shown_size_;
     size_t shown_len_ = 0;  // untruncated length printed so far
     char shown_[1024] = {};

@@ -17,7 +17,6 @@ using namespace report_wire;
 namespace {
 
 constexpr int kTop = 10;
-constexpr uint32_t kMaskLists = 3;
 
 // Period 0 reads the hour tables of db, period 1 the scratch lists.
 struct builder_sql {
@@ -50,7 +49,7 @@ bool select_groups(const builder_sql &sql, uint32_t period, report_rows *rows) {
                    day ? sql.day : sql.hour, kTop);
     if (q.select(rows)) return true;
     tallyd_log(LOG_ERR, "tallyd, value = %s, aErrMsg = %s\n", q.shown(), q.err().text.c_str());
-    if (q.err().malformed()) tallyd_recover_from_malformed(kMaskLists);
+    if (q.err().malformed()) tallyd_recover_from_malformed(TALLYD_RECOVER_DB);
     return false;
 }
 

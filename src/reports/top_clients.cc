@@ -17,8 +17,6 @@ using namespace report_wire;
 namespace {
 
 constexpr int kTop = 10;
-constexpr uint32_t kMaskLists = 3;
-constexpr uint32_t kMaskStatistic = 16;
 
 constexpr const char *kClientsHour =
     "SELECT client_mac, SUM(total) FROM avp_top_client_hour GROUP by client_mac ORDER by "
@@ -56,7 +54,7 @@ bool select_logged(report_query &q, report_rows *rows, uint32_t mask) {
 
 uint32_t count_of(report_query &q) {
     report_rows rows;
-    if (!select_logged(q, &rows, kMaskLists) || rows.rows() == 0) return 0;
+    if (!select_logged(q, &rows, TALLYD_RECOVER_DB) || rows.rows() == 0) return 0;
     return static_cast<uint32_t>(rows.int_at(0, 0));
 }
 
@@ -74,7 +72,7 @@ uint32_t tallyd_top_count_collected() {
     return count_of(q);
 }
 
-void tallyd_top_collect_clients(sqlite3 *db, uint32_t source, uint32_t bound, int32_t ssid_id,
+void tallyd_top_collect_clients(sql_conn &db, uint32_t source, uint32_t bound, int32_t ssid_id,
                                 int32_t ap_id) {
     if (!db) return;
     const char *table = tallyd_top_source(source).clients;
@@ -87,12 +85,12 @@ void tallyd_top_collect_clients(sqlite3 *db, uint32_t source, uint32_t bound, in
     if (!q.select(&macs)) {
         tallyd_log(LOG_ERR, "tallyd, select total_client_list aErrMsg = %s\n",
                    q.err().text.c_str());
-        if (q.err().malformed()) tallyd_recover_from_malformed(kMaskLists);
+        if (q.err().malformed()) tallyd_recover_from_malformed(TALLYD_RECOVER_DB);
         return;
     }
-    sqlite3 *top = tallyd_db_set.top_list_db;
+    sql_conn &top = tallyd_db_set.top_list_db;
     // A transaction that an earlier failure left open simply goes on.
-    sql_exec(top, "BEGIN TRANSACTION");
+    sql_exec(top.get(), "BEGIN TRANSACTION");
     for (int r = 0; r < macs.rows(); ++r) {
         report_query ins(top, 256, kCollectInsert, "total_client_list", static_cast<int>(source),
                          macs.at(r, 0));
@@ -100,10 +98,10 @@ void tallyd_top_collect_clients(sqlite3 *db, uint32_t source, uint32_t bound, in
         // Left open, as the device leaves it; the next COMMIT takes it.
         tallyd_log(LOG_ERR, "tallyd, INSERT total_client_list aErrMsg = %s\n",
                    ins.err().text.c_str());
-        if (ins.err().malformed()) tallyd_recover_from_malformed(kMaskLists);
+        if (ins.err().malformed()) tallyd_recover_from_malformed(TALLYD_RECOVER_DB);
         return;
     }
-    if (sql_exec(top, "COMMIT TRANSACTION") != SQLITE_OK)
+    if (sql_exec(top.get(), "COMMIT TRANSACTION") != SQLITE_OK)
         tallyd_log(LOG_ERR, "tallyd, total_client_list commit failed\n");
 }
 
@@ -111,7 +109,8 @@ int tallyd_top_client_details(std::span<uint8_t> rec, const char *table) {
     const std::string mac(wire_get_text(rec, kClientMac));
     report_query q(tallyd_db_set.statistic_db, 512, kDetails, table, mac.c_str());
     report_rows rows;
-    if (!tallyd_db_set.statistic_db || !select_logged(q, &rows, kMaskStatistic) || !rows.rows())
+    if (!tallyd_db_set.statistic_db || !select_logged(q, &rows, TALLYD_RECOVER_STATISTIC) ||
+        !rows.rows())
         return 0;
     // The columns in order, as the device walks them.
     const int32_t dvcinfo = rows.int_at(0, 0);
@@ -156,7 +155,7 @@ void tallyd_top_build_clients(uint64_t total, uint32_t period, report_reply &rep
     report_query q(day ? tallyd_db_set.top_list_db : tallyd_db_set.db, 512,
                    day ? kClientsDay : kClientsHour, kTop);
     report_rows rows;
-    if (!select_logged(q, &rows, kMaskLists)) return;
+    if (!select_logged(q, &rows, TALLYD_RECOVER_DB)) return;
     for (int r = 0; r < rows.rows(); ++r) {
         std::span<uint8_t> rec = record(data, kTopClients.records, static_cast<size_t>(r));
         tallyd_report_client(rec, rows.at(r, 0), rows.u64_at(r, 1), total);

@@ -9,8 +9,6 @@
 namespace {
 
 constexpr int kTop = 10;
-constexpr uint32_t kMaskTotals = 1;
-constexpr uint32_t kMaskLists = 3;
 
 constexpr const char *kTotalAll = "SELECT SUM(total) FROM %s";
 constexpr const char *kTotalSince = "SELECT SUM(total) FROM %s WHERE time>%lu";
@@ -71,7 +69,7 @@ void recover_if_malformed(const sql_error &err, uint32_t mask) {
 }
 
 // Reads the source's groups; false (logged) when the SELECT failed.
-bool select_groups(const filler &f, sqlite3 *db, const char *table, uint32_t bound,
+bool select_groups(const filler &f, sql_conn &db, const char *table, uint32_t bound,
                    report_rows *rows) {
     const unsigned long since = bound;
     report_query q = bound ? report_query(db, 512, f.select_since, table, since, kTop)
@@ -81,7 +79,7 @@ bool select_groups(const filler &f, sqlite3 *db, const char *table, uint32_t bou
         tallyd_log(LOG_ERR, f.select_fail, q.shown(), q.err().text.c_str());
     else
         tallyd_log(LOG_ERR, f.select_fail, q.err().text.c_str());
-    recover_if_malformed(q.err(), kMaskLists);
+    recover_if_malformed(q.err(), TALLYD_RECOVER_DB);
     return false;
 }
 
@@ -95,7 +93,7 @@ void insert_groups(const filler &f, const report_rows &rows, bool two_sums, Inse
         sql_error err;
         if (insert(r, &err)) continue;
         tallyd_log(LOG_ERR, f.insert_fail, err.text.c_str());
-        recover_if_malformed(err, kMaskLists);
+        recover_if_malformed(err, TALLYD_RECOVER_DB);
         return;
     }
 }
@@ -107,7 +105,7 @@ bool run(report_query &q, sql_error *err) {
     return ok;
 }
 
-sqlite3 *top_list() {
+sql_conn &top_list() {
     return tallyd_db_set.top_list_db;
 }
 
@@ -123,7 +121,7 @@ uint32_t tallyd_report_share(uint64_t bytes, uint64_t total) {
     return total ? static_cast<uint32_t>(bytes * 10000 / total) : 0;
 }
 
-uint64_t tallyd_top_period_total(uint32_t source, sqlite3 *db, uint32_t bound) {
+uint64_t tallyd_top_period_total(uint32_t source, sql_conn &db, uint32_t bound) {
     if (!db) return 0;
     const char *table = tallyd_top_source(source).clients;
     const unsigned long since = bound;
@@ -132,13 +130,13 @@ uint64_t tallyd_top_period_total(uint32_t source, sqlite3 *db, uint32_t bound) {
     report_rows rows;
     if (!q.select(&rows)) {
         tallyd_log(LOG_ERR, "tallyd, value = %s, aErrMsg = %s\n", q.shown(), q.err().text.c_str());
-        recover_if_malformed(q.err(), kMaskTotals);
+        recover_if_malformed(q.err(), TALLYD_RECOVER_DB);
         return 0;
     }
     return rows.rows() ? rows.u64_at(0, 0) : 0;
 }
 
-void tallyd_top_fill_apps(sqlite3 *db, uint32_t source, uint32_t bound) {
+void tallyd_top_fill_apps(sql_conn &db, uint32_t source, uint32_t bound) {
     report_rows rows;
     if (!select_groups(kApps, db, tallyd_top_source(source).apps, bound, &rows)) return;
     insert_groups(kApps, rows, true, [&](int r, sql_error *err) {
@@ -149,7 +147,7 @@ void tallyd_top_fill_apps(sqlite3 *db, uint32_t source, uint32_t bound) {
     });
 }
 
-void tallyd_top_fill_aps(sqlite3 *db, uint32_t source, uint32_t bound) {
+void tallyd_top_fill_aps(sql_conn &db, uint32_t source, uint32_t bound) {
     report_rows rows;
     if (!select_groups(kAps, db, tallyd_top_source(source).clients, bound, &rows)) return;
     insert_groups(kAps, rows, false, [&](int r, sql_error *err) {
@@ -159,7 +157,7 @@ void tallyd_top_fill_aps(sqlite3 *db, uint32_t source, uint32_t bound) {
     });
 }
 
-void tallyd_top_fill_ssids(sqlite3 *db, uint32_t source, uint32_t bound) {
+void tallyd_top_fill_ssids(sql_conn &db, uint32_t source, uint32_t bound) {
     report_rows rows;
     if (!select_groups(kSsids, db, tallyd_top_source(source).ssids, bound, &rows)) return;
     insert_groups(kSsids, rows, true, [&](int r, sql_error *err) {
@@ -170,7 +168,7 @@ void tallyd_top_fill_ssids(sqlite3 *db, uint32_t source, uint32_t bound) {
     });
 }
 
-void tallyd_top_fill_clients(sqlite3 *db, uint32_t source, uint32_t bound) {
+void tallyd_top_fill_clients(sql_conn &db, uint32_t source, uint32_t bound) {
     report_rows rows;
     if (!select_groups(kClients, db, tallyd_top_source(source).clients, bound, &rows)) return;
     insert_groups(kClients, rows, false, [&](int r, sql_error *err) {

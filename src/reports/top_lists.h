@@ -10,12 +10,11 @@
 // tallyd_create_top_list_table / tallyd_drop_top_list_table (db/schema.h).
 //
 // Query failures are logged in the daemon's words; a malformed database
-// starts the rebuild of db (totals: mask 1; fillers, builders, counts: mask
-// 3) or of the statistic database (client details: mask 16). Records
-// gathered before a failure stay in the reply.
+// starts the rebuild of db (TALLYD_RECOVER_DB, whichever database the
+// failing statement read) or, for client details, of the statistic database
+// (TALLYD_RECOVER_STATISTIC). Records gathered before a failure stay in the
+// reply.
 #pragma once
-
-#include <sqlite3.h>
 
 #include <cstdint>
 #include <span>
@@ -31,7 +30,7 @@ struct top_source {
     const char *clients;
     const char *apps;
     const char *ssids;
-    sqlite3 *tallyd_db_set_t::*db;
+    sql_conn tallyd_db_set_t::*db;
 };
 
 inline constexpr top_source kTopSourceHour{0, "avp_top_client_hour", "avp_all_group_hour",
@@ -45,18 +44,18 @@ inline constexpr top_source kTopSourceBackup{4, "avp_top_client_backup", "avp_ss
 const top_source &tallyd_top_source(uint32_t code);
 
 // Sum of `total` in the source's client totals table, counting only rows
-// newer than bound when bound is non-zero. 0 when the handle is null, the
-// query fails or the table is empty.
-uint64_t tallyd_top_period_total(uint32_t source, sqlite3 *db, uint32_t bound);
+// newer than bound when bound is non-zero. 0 when the database is closed,
+// the query fails or the table is empty.
+uint64_t tallyd_top_period_total(uint32_t source, sql_conn &db, uint32_t bound);
 
 // Fillers: the source's ten largest groups (rows newer than bound when it is
 // non-zero) into top_app_list, top_ap_list, top_ssid_list or
 // top_client_list, with id = source. Groups of no traffic are left out; the
 // first failing insert ends the filler.
-void tallyd_top_fill_apps(sqlite3 *db, uint32_t source, uint32_t bound);
-void tallyd_top_fill_aps(sqlite3 *db, uint32_t source, uint32_t bound);
-void tallyd_top_fill_ssids(sqlite3 *db, uint32_t source, uint32_t bound);
-void tallyd_top_fill_clients(sqlite3 *db, uint32_t source, uint32_t bound);
+void tallyd_top_fill_apps(sql_conn &db, uint32_t source, uint32_t bound);
+void tallyd_top_fill_aps(sql_conn &db, uint32_t source, uint32_t bound);
+void tallyd_top_fill_ssids(sql_conn &db, uint32_t source, uint32_t bound);
+void tallyd_top_fill_clients(sql_conn &db, uint32_t source, uint32_t bound);
 
 // Builders: clear their array of ten records in the reply, set the data
 // length to its size and write one record per group, largest first, from
@@ -76,7 +75,7 @@ uint32_t tallyd_top_count_collected();
 // source (rows older than bound when non-zero) to total_client_list. The
 // list is not emptied between calls: the counts of the day period are
 // cumulative over the records of one reply.
-void tallyd_top_collect_clients(sqlite3 *db, uint32_t source, uint32_t bound, int32_t ssid_id,
+void tallyd_top_collect_clients(sql_conn &db, uint32_t source, uint32_t bound, int32_t ssid_id,
                                 int32_t ap_id);
 
 // Fills the details of a client record (offsets 44 to 407; the colon-form

@@ -37,7 +37,7 @@ period_totals totals_of(uint32_t period) {
 
 struct top_list {
     uint32_t bit;
-    void (*fill)(sqlite3 *, uint32_t, uint32_t);
+    void (*fill)(sql_conn &, uint32_t, uint32_t);
     void (*build)(uint64_t, uint32_t, report_reply &);
 };
 

@@ -70,21 +70,22 @@ void put_groups(report_query &q, bool by_app, uint64_t total, uint32_t mask,
 void pie(const usage_filter &f, std::span<uint8_t> data) {
     // The pie's recovery mask follows the period asked for, whatever table
     // answers.
-    const uint32_t mask = f.period == kUsageWeek || f.period == kUsageMonth ? 0x4 : 0x1;
+    const uint32_t mask = f.period == kUsageWeek || f.period == kUsageMonth ? TALLYD_RECOVER_FLASH
+                                                                            : TALLYD_RECOVER_DB;
     const usage_cond all{usage_cond_kind::all, "", 0, 0, 0};
-    usage_table t{"avp_ssid_day", tallyd_db_set.db, false};
+    usage_table t{"avp_ssid_day", &tallyd_db_set.db, false};
     uint64_t total = tallyd_avp_detail_total(t, all, mask);
     tallyd_log(LOG_DEBUG, "tallyd, day pie total = %llu\n", static_cast<unsigned long long>(total));
     if (total == 0) {
-        t = {"avp_all_group_hour", tallyd_db_set.db, false};
+        t = {"avp_all_group_hour", &tallyd_db_set.db, false};
         total = tallyd_avp_detail_total(t, all, mask);
         tallyd_log(LOG_DEBUG, "tallyd, hour pie total = %llu\n",
                    static_cast<unsigned long long>(total));
     }
-    if (total == 0 || !t.db) return;
+    if (total == 0 || !*t.db) return;
     wire_put_num(data, kUsageTotal, total);
     const bool by_app = f.type != 0;
-    report_query q(t.db, 512);
+    report_query q(*t.db, 512);
     add_grouped(q, by_app, t, all, static_cast<int>(kPieRecords));
     put_groups(q, by_app, total, mask, data);
 }
@@ -102,9 +103,9 @@ void list(const usage_filter &f, std::span<uint8_t> data) {
         by_app ? (all_clients ? "tallyd, APP0 total = %llu \n" : "tallyd, APP total = %llu \n")
                : (all_clients ? "tallyd, PORT0 total = %llu \n" : "tallyd, PORT total = %llu \n"),
         static_cast<unsigned long long>(total));
-    if (total == 0 || !t.db) return;
+    if (total == 0 || !*t.db) return;
     wire_put_num(data, kUsageTotal, total);
-    report_query q(t.db, 512);
+    report_query q(*t.db, 512);
     add_grouped(q, by_app, t, c, static_cast<int>(kListRecords));
     put_groups(q, by_app, total, mask, data);
 }
@@ -112,8 +113,8 @@ void list(const usage_filter &f, std::span<uint8_t> data) {
 }  // namespace
 
 uint64_t tallyd_avp_detail_total(const usage_table &t, const usage_cond &c, uint32_t mask) {
-    if (!t.db) return 0;
-    report_query q(t.db, 512, "SELECT SUM(uplink), SUM(downlink) FROM %s", t.name);
+    if (!*t.db) return 0;
+    report_query q(*t.db, 512, "SELECT SUM(uplink), SUM(downlink) FROM %s", t.name);
     if (c.kind != usage_cond_kind::all) {
         q.add(" WHERE ");
         tallyd_usage_cond_add(q, c);

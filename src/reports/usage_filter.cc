@@ -52,11 +52,11 @@ usage_table tallyd_usage_table(const usage_filter &f, usage_period p) {
     const bool ap = f.client_type == kClientAp;
     switch (p) {
         case usage_period::day:
-            return {ap ? "avp_ap_day" : "avp_ssid_day", tallyd_db_set.db, false};
+            return {ap ? "avp_ap_day" : "avp_ssid_day", &tallyd_db_set.db, false};
         case usage_period::week:
-            return {ap ? "avp_ap_week" : "avp_ssid_week", tallyd_db_set.db_flash, true};
+            return {ap ? "avp_ap_week" : "avp_ssid_week", &tallyd_db_set.db_flash, true};
         case usage_period::month:
-            return {ap ? "avp_ap_month" : "avp_ssid_month", tallyd_db_set.db_flash, true};
+            return {ap ? "avp_ap_month" : "avp_ssid_month", &tallyd_db_set.db_flash, true};
         case usage_period::hour:
             break;
     }
@@ -65,7 +65,7 @@ usage_table tallyd_usage_table(const usage_filter &f, usage_period p) {
         hour = "avp_curve_client";
     else if (!ap && all_ssids(f))
         hour = "avp_all_group_hour";
-    return {hour, tallyd_db_set.db, false};
+    return {hour, &tallyd_db_set.db, false};
 }
 
 usage_cond tallyd_usage_cond(const usage_filter &f) {
@@ -116,5 +116,5 @@ void tallyd_usage_cond_add(report_query &q, const usage_cond &c) {
 }
 
 uint32_t tallyd_usage_mask(const usage_table &t) {
-    return t.flash ? 0x4 : 0x1;
+    return t.flash ? TALLYD_RECOVER_FLASH : TALLYD_RECOVER_DB;
 }

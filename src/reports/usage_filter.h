@@ -9,12 +9,11 @@
 // literally.
 #pragma once
 
-#include <sqlite3.h>
-
 #include <cstdint>
 #include <span>
 
 class report_query;
+class sql_conn;
 
 struct usage_filter {
     char ssid[65];  // the 64-byte field, cut at its width when unterminated
@@ -40,8 +39,8 @@ const char *tallyd_usage_period_name(uint32_t period);
 // The table that holds a filter's traffic for a period, and its database.
 struct usage_table {
     const char *name;
-    sqlite3 *db;
-    bool flash;  // db_flash: a malformed file rebuilds the week and month
+    sql_conn *db;  // closed when the database is
+    bool flash;    // db_flash: a malformed file rebuilds the week and month
 };
 usage_table tallyd_usage_table(const usage_filter &f, usage_period p);
 

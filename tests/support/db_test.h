@@ -32,7 +32,9 @@ class db_root_test : public root_test {
             for (int c = 0; c < t.cols(); ++c) out[r].push_back(t.at(r, c) ? t.at(r, c) : "NULL");
         return out;
     }
-    static int64_t scalar(const sql_conn &conn, const std::string &sql) { return query_int(conn, sql); }
+    static int64_t scalar(const sql_conn &conn, const std::string &sql) {
+        return query_int(conn, sql);
+    }
 
     // Inserts rows into "table(cols)" in one transaction. Values that read as
     // integers (without a leading zero: "001122334455" is a MAC) are bound as

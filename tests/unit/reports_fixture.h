@@ -92,7 +92,7 @@ class report_test : public db_root_test {
         return n;
     }
 
-    sqlite3 *db() { return tallyd_db_set.db; }
+    sql_conn &db() { return tallyd_db_set.db; }
 
     int fds_[2] = {-1, -1};
 };

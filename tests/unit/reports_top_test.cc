@@ -176,7 +176,7 @@ TEST_F(TopSummary, ClientsCarryTheirDirectoryDetails) {
     hour_clients({{"100", "AABBCCDDEE01", "1", "1", "900"},
                   {"100", "aabbccddee02", "1", "1", "600"},
                   {"100", "aabbccddee03", "1", "1", "300"}});
-    sqlite3 *st = tallyd_db_set.statistic_db;
+    sql_conn &st = tallyd_db_set.statistic_db;
     const std::string cols =
         "statis_client_info_h(time, client_mac, dvcinfo_id, ip, ip6, host_name, channel, "
         "user_name, active)";
@@ -247,8 +247,7 @@ TEST_F(TopSummary, BadRequestsGetExactlyOneEmptyOrPartialReply) {
 
 TEST_F(TopSummary, AMalformedDatabaseIsRebuiltAndTheReplyStillSent) {
     hour_clients({{"100", "aabbccddee01", "1", "1", "100"}});
-    sql_cache_drop(tallyd_db_set.db);
-    ASSERT_TRUE(corrupt_table(&tallyd_db_set.db, path("/tmp/tallyd/avp_1.0.db").c_str(),
+    ASSERT_TRUE(corrupt_table(tallyd_db_set.db, path("/tmp/tallyd/avp_1.0.db").c_str(),
                               "avp_top_client_hour"));
     EXPECT_TRUE(top(kPeriodHour, kFlagApps).empty());
     EXPECT_TRUE(logged(LOG_WARNING, "tallyd, recover hour and day tables from malformed\n"))
