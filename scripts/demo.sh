@@ -145,6 +145,20 @@ GEN=""
 until_daemon_time 7260
 tables 7260
 
+# ---------------------------------------------------------------------------
+section "Reports of the simulated traffic, as the management daemon asks for them"
+report() {
+    echo "\$ tallyctl $*"
+    "$TALLYCTL" --root "$FLOW_ROOT" "$@" | sed 's/^/   /'
+}
+report top --period day --list apps
+report top --period day --list clients
+report top --list aps
+report top --list ssids
+report usage --pie apps --png "$ROOT/apps.png"
+report usage --series --png "$ROOT/usage.png"
+echo "pictures: $ROOT/apps.png (applications of the day), $ROOT/usage.png (the last hour)"
+
 kill -TERM "$PID"
 status=0
 wait "$PID" || status=$?
