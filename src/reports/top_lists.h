@@ -7,7 +7,7 @@
 // filler copies one source's ten largest groups into its scratch table of
 // top_list_db, and the builder regroups the (up to thirty) rows. The
 // scratch tables themselves are made and dropped by
-// tallyd_create_top_list_table / tallyd_drop_top_list_table (db/schema.h).
+// tallyd_create_top_list_table / tallyd_drop_top_list_table (db/top_list.h).
 //
 // Query failures are logged in the daemon's words; a malformed database
 // starts the rebuild of db (TALLYD_RECOVER_DB, whichever database the

@@ -2,7 +2,7 @@
 
 #include "base/log.h"
 #include "base/sys_info.h"
-#include "db/schema.h"
+#include "db/top_list.h"
 #include "reports/report_reply.h"
 #include "reports/report_wire.h"
 #include "reports/top_lists.h"

@@ -18,10 +18,10 @@
 
 #include "base/path.h"
 #include "client.h"
-#include "flow/ingest_sim.h"
 #include "ipc/msg_ids.h"
 #include "report_decode.h"
 #include "reports/report_wire.h"
+#include "sim/flow_sim.h"
 #include "support/daemon.h"
 #include "support/e2e_util.h"
 
