@@ -9,7 +9,10 @@
 // parameter of the storage class its literal would have had. So a quote in
 // an SSID, MAC or application name matches literally and can never change
 // the statement, and the statement text, free of values, is prepared once
-// per connection.
+// per connection. (sql_form in db/sql.h derives the bound text of a
+// statement fixed at compile time; report statements are put together from
+// pieces at run time, so the same derivation happens here as they are
+// written.)
 //
 // Results are read whole before the caller looks at them, as
 // sqlite3_get_table reads them: every value as text (null for NULL), and no

@@ -62,8 +62,8 @@ uint32_t count_of(report_query &q) {
 
 uint32_t tallyd_top_count_clients(const char *column, int32_t id) {
     const bool ssid = std::strcmp(column, "ssid") == 0;
-    report_query q(tallyd_db_set.db, 256, ssid ? kCountBySsid : kCountByAp, kTopSourceHour.clients,
-                   id);
+    report_query q(tallyd_db_set.db, 256, ssid ? kCountBySsid : kCountByAp,
+                   tallyd_table_name(kTopSourceHour.clients), id);
     return count_of(q);
 }
 
@@ -75,7 +75,7 @@ uint32_t tallyd_top_count_collected() {
 void tallyd_top_collect_clients(sql_conn &db, uint32_t source, uint32_t bound, int32_t ssid_id,
                                 int32_t ap_id) {
     if (!db) return;
-    const char *table = tallyd_top_source(source).clients;
+    const char *table = tallyd_table_name(tallyd_top_source(source).clients);
     const int32_t id = ssid_id ? ssid_id : ap_id;
     const unsigned long before = bound;
     report_query q = bound ? report_query(db, 256, ssid_id ? kCollectSsidBefore : kCollectApBefore,
@@ -105,9 +105,10 @@ void tallyd_top_collect_clients(sql_conn &db, uint32_t source, uint32_t bound, i
         tallyd_log(LOG_ERR, "tallyd, total_client_list commit failed\n");
 }
 
-int tallyd_top_client_details(std::span<uint8_t> rec, const char *table) {
+int tallyd_top_client_details(std::span<uint8_t> rec, tallyd_table table) {
     const std::string mac(wire_get_text(rec, kClientMac));
-    report_query q(tallyd_db_set.statistic_db, 512, kDetails, table, mac.c_str());
+    report_query q(tallyd_db_set.statistic_db, 512, kDetails, tallyd_table_name(table),
+                   mac.c_str());
     report_rows rows;
     if (!tallyd_db_set.statistic_db || !select_logged(q, &rows, TALLYD_RECOVER_STATISTIC) ||
         !rows.rows())
@@ -142,8 +143,8 @@ void tallyd_report_client(std::span<uint8_t> rec, const char *stored_mac, uint64
     char mac[32] = {};
     tallyd_mac12_to_mac17(stored_mac ? stored_mac : "", mac);
     wire_put_text(rec, kClientMac, tallyd_str_tolower(mac));
-    if (!tallyd_top_client_details(rec, "statis_client_info_h"))
-        tallyd_top_client_details(rec, "statis_client_info_d");
+    if (!tallyd_top_client_details(rec, tallyd_table::statis_client_info_h))
+        tallyd_top_client_details(rec, tallyd_table::statis_client_info_d);
     wire_put_num(rec, kClientBytes, bytes);
     wire_put_num(rec, kClientShare, tallyd_report_share(bytes, total));
 }

@@ -69,9 +69,10 @@ void recover_if_malformed(const sql_error &err, uint32_t mask) {
 }
 
 // Reads the source's groups; false (logged) when the SELECT failed.
-bool select_groups(const filler &f, sql_conn &db, const char *table, uint32_t bound,
+bool select_groups(const filler &f, sql_conn &db, tallyd_table t, uint32_t bound,
                    report_rows *rows) {
     const unsigned long since = bound;
+    const char *table = tallyd_table_name(t);
     report_query q = bound ? report_query(db, 512, f.select_since, table, since, kTop)
                            : report_query(db, 512, f.select_all, table, kTop);
     if (q.select(rows)) return true;
@@ -123,7 +124,7 @@ uint32_t tallyd_report_share(uint64_t bytes, uint64_t total) {
 
 uint64_t tallyd_top_period_total(uint32_t source, sql_conn &db, uint32_t bound) {
     if (!db) return 0;
-    const char *table = tallyd_top_source(source).clients;
+    const char *table = tallyd_table_name(tallyd_top_source(source).clients);
     const unsigned long since = bound;
     report_query q = bound ? report_query(db, 256, kTotalSince, table, since)
                            : report_query(db, 256, kTotalAll, table);

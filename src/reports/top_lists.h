@@ -20,25 +20,28 @@
 #include <span>
 
 #include "db/db_set.h"
+#include "db/tables.h"
 
 class report_reply;
 
 // Where one source's rows are: its code (stored in the scratch tables' id
-// column), its client totals, application and SSID tables and its database.
+// column) and its client totals, application and SSID tables (of db, or of
+// backup_hour_db for the backup).
 struct top_source {
     uint32_t code;
-    const char *clients;
-    const char *apps;
-    const char *ssids;
-    sql_conn tallyd_db_set_t::*db;
+    tallyd_table clients;
+    tallyd_table apps;
+    tallyd_table ssids;
 };
 
-inline constexpr top_source kTopSourceHour{0, "avp_top_client_hour", "avp_all_group_hour",
-                                           "avp_ap_ssid_hour", &tallyd_db_set_t::db};
-inline constexpr top_source kTopSourceDay{1, "avp_top_client_day", "avp_ssid_day", "avp_ssid_day",
-                                          &tallyd_db_set_t::db};
-inline constexpr top_source kTopSourceBackup{4, "avp_top_client_backup", "avp_ssid_backup",
-                                             "avp_ssid_backup", &tallyd_db_set_t::backup_hour_db};
+inline constexpr top_source kTopSourceHour{0, tallyd_table::avp_top_client_hour,
+                                           tallyd_table::avp_all_group_hour,
+                                           tallyd_table::avp_ap_ssid_hour};
+inline constexpr top_source kTopSourceDay{1, tallyd_table::avp_top_client_day,
+                                          tallyd_table::avp_ssid_day, tallyd_table::avp_ssid_day};
+inline constexpr top_source kTopSourceBackup{4, tallyd_table::avp_top_client_backup,
+                                             tallyd_table::avp_ssid_backup,
+                                             tallyd_table::avp_ssid_backup};
 
 // The source of a code (0, 1 or 4); the hour for any other.
 const top_source &tallyd_top_source(uint32_t code);
@@ -83,7 +86,7 @@ void tallyd_top_collect_clients(sql_conn &db, uint32_t source, uint32_t bound, i
 // directory table `table` in the statistic database, with a host name of
 // "#" replaced by the name configured for the client. 1 when a row with a
 // host name was found, else 0.
-int tallyd_top_client_details(std::span<uint8_t> record, const char *table);
+int tallyd_top_client_details(std::span<uint8_t> record, tallyd_table table);
 
 // One client record: the stored 12-digit MAC in colon form and lower case,
 // its details (statis_client_info_h, else statis_client_info_d), bytes and

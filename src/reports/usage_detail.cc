@@ -23,7 +23,7 @@ constexpr const char *kValueFail = "tallyd, value = %s, aErrMsg = %s\n";
 void add_grouped(report_query &q, bool by_app, const usage_table &t, const usage_cond &c,
                  int limit) {
     const char *col = by_app ? "app" : "port";
-    q.add("SELECT %s, SUM(uplink), SUM(downlink) FROM %s", col, t.name);
+    q.add("SELECT %s, SUM(uplink), SUM(downlink) FROM %s", col, tallyd_table_name(t.table));
     const bool glued = !by_app && c.kind == usage_cond_kind::client;
     if (c.kind != usage_cond_kind::all) {
         q.add(" WHERE ");
@@ -73,11 +73,11 @@ void pie(const usage_filter &f, std::span<uint8_t> data) {
     const uint32_t mask = f.period == kUsageWeek || f.period == kUsageMonth ? TALLYD_RECOVER_FLASH
                                                                             : TALLYD_RECOVER_DB;
     const usage_cond all{usage_cond_kind::all, "", 0, 0, 0};
-    usage_table t{"avp_ssid_day", &tallyd_db_set.db, false};
+    usage_table t{tallyd_table::avp_ssid_day, &tallyd_db_set.db, false};
     uint64_t total = tallyd_avp_detail_total(t, all, mask);
     tallyd_log(LOG_DEBUG, "tallyd, day pie total = %llu\n", static_cast<unsigned long long>(total));
     if (total == 0) {
-        t = {"avp_all_group_hour", &tallyd_db_set.db, false};
+        t = {tallyd_table::avp_all_group_hour, &tallyd_db_set.db, false};
         total = tallyd_avp_detail_total(t, all, mask);
         tallyd_log(LOG_DEBUG, "tallyd, hour pie total = %llu\n",
                    static_cast<unsigned long long>(total));
@@ -114,7 +114,8 @@ void list(const usage_filter &f, std::span<uint8_t> data) {
 
 uint64_t tallyd_avp_detail_total(const usage_table &t, const usage_cond &c, uint32_t mask) {
     if (!*t.db) return 0;
-    report_query q(*t.db, 512, "SELECT SUM(uplink), SUM(downlink) FROM %s", t.name);
+    report_query q(*t.db, 512, "SELECT SUM(uplink), SUM(downlink) FROM %s",
+                   tallyd_table_name(t.table));
     if (c.kind != usage_cond_kind::all) {
         q.add(" WHERE ");
         tallyd_usage_cond_add(q, c);

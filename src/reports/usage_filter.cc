@@ -52,19 +52,22 @@ usage_table tallyd_usage_table(const usage_filter &f, usage_period p) {
     const bool ap = f.client_type == kClientAp;
     switch (p) {
         case usage_period::day:
-            return {ap ? "avp_ap_day" : "avp_ssid_day", &tallyd_db_set.db, false};
+            return {ap ? tallyd_table::avp_ap_day : tallyd_table::avp_ssid_day, &tallyd_db_set.db,
+                    false};
         case usage_period::week:
-            return {ap ? "avp_ap_week" : "avp_ssid_week", &tallyd_db_set.db_flash, true};
+            return {ap ? tallyd_table::avp_ap_week : tallyd_table::avp_ssid_week,
+                    &tallyd_db_set.db_flash, true};
         case usage_period::month:
-            return {ap ? "avp_ap_month" : "avp_ssid_month", &tallyd_db_set.db_flash, true};
+            return {ap ? tallyd_table::avp_ap_month : tallyd_table::avp_ssid_month,
+                    &tallyd_db_set.db_flash, true};
         case usage_period::hour:
             break;
     }
-    const char *hour = "avp_ap_ssid_hour";
+    tallyd_table hour = tallyd_table::avp_ap_ssid_hour;
     if (f.client_type == kClientOne)
-        hour = "avp_curve_client";
+        hour = tallyd_table::avp_curve_client;
     else if (!ap && all_ssids(f))
-        hour = "avp_all_group_hour";
+        hour = tallyd_table::avp_all_group_hour;
     return {hour, &tallyd_db_set.db, false};
 }
 

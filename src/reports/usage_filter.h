@@ -12,6 +12,8 @@
 #include <cstdint>
 #include <span>
 
+#include "db/tables.h"
+
 class report_query;
 class sql_conn;
 
@@ -38,7 +40,7 @@ const char *tallyd_usage_period_name(uint32_t period);
 
 // The table that holds a filter's traffic for a period, and its database.
 struct usage_table {
-    const char *name;
+    tallyd_table table;
     sql_conn *db;  // closed when the database is
     bool flash;    // db_flash: a malformed file rebuilds the week and month
 };

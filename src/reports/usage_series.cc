@@ -30,7 +30,7 @@ usage_period shorter(usage_period p) {
 // "SELECT SUM(downlink) FROM %s": whether a period's table holds anything.
 uint64_t downlink_total(const usage_table &t) {
     if (!*t.db) return 0;
-    report_query q(*t.db, 512, "SELECT SUM(downlink) FROM %s", t.name);
+    report_query q(*t.db, 512, "SELECT SUM(downlink) FROM %s", tallyd_table_name(t.table));
     report_rows rows;
     if (q.select(&rows)) return rows.rows() ? rows.u64_at(0, 0) : 0;
     tallyd_log(LOG_ERR, "tallyd, value = %s, aErrMsg = %s\n", q.shown(), q.err().text.c_str());
@@ -81,7 +81,8 @@ void tallyd_avp_client_usage(const usage_filter &f, std::span<uint8_t> data) {
     uint64_t up_sum = 0, down_sum = 0;
     for (uint32_t i = 0; i < s.count; ++i) {
         const uint32_t end = now - i * s.length, start = end - s.length;
-        report_query q(*t.db, 512, "SELECT SUM(uplink), SUM(downlink) FROM %s WHERE ", t.name);
+        report_query q(*t.db, 512, "SELECT SUM(uplink), SUM(downlink) FROM %s WHERE ",
+                       tallyd_table_name(t.table));
         tallyd_usage_cond_add(q, cond);
         if (cond.kind != usage_cond_kind::all) q.add(" AND ");
         q.add("time>=%lu AND time<%lu", static_cast<unsigned long>(start),
