@@ -55,6 +55,7 @@ TEST_F(UsageReports, HourSeriesHasTwelveFiveMinuteStepsOfBitsPerSecond) {
 
 TEST_F(UsageReports, SeriesFiltersBySsidApGroupAndClient) {
     ASSERT_EQ(1, tallyd_avp_ssid_mapping("corp"));
+    ASSERT_EQ(2, tallyd_avp_ssid_mapping("o'clock"));
     ASSERT_EQ(1, tallyd_avp_ap_mapping("00:aa:00:00:00:01"));
     insert(db(), "avp_ap_ssid_hour",
            {{t(10), "web", "80", "1", "1", "100", "0", "3"},
@@ -68,6 +69,7 @@ TEST_F(UsageReports, SeriesFiltersBySsidApGroupAndClient) {
     } cases[] = {
         {{.ssid = "corp", .client_type = kClientAll}, 120},
         {{.ssid = "nobody", .client_type = kClientAll}, 0},  // unknown SSID: id 0
+        {{.ssid = "o'clock", .client_type = kClientAll}, 3},
         {{.ssid = "all", .mac = "00:aa:00:00:00:01", .client_type = kClientAp}, 103},
         {{.ssid = "corp", .mac = "00:aa:00:00:00:01", .client_type = kClientAp}, 100},
         {{.ssid = "all", .client_type = kClientApgroup, .apgroup_id = 3}, 0},  // group table

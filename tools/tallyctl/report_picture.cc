@@ -2,6 +2,7 @@
 
 #include <cairo-svg.h>
 #include <cairo.h>
+#include <fontconfig/fontconfig.h>
 
 #include <algorithm>
 #include <cmath>
@@ -57,6 +58,11 @@ class canvas {
         cr_.reset();
         cairo_surface_finish(surface_.get());
         if (st == CAIRO_STATUS_SUCCESS) st = cairo_surface_status(surface_.get());
+        surface_.reset();
+        // One picture per run: the font caches cairo and fontconfig keep for
+        // the life of the process go with it.
+        cairo_debug_reset_static_data();
+        FcFini();
         if (st == CAIRO_STATUS_SUCCESS) return true;
         *error = "cannot write " + path_ + ": " + cairo_status_to_string(st);
         return false;
