@@ -110,32 +110,42 @@ std::string app_name(uint32_t a) {
     return b;
 }
 
-// Runs insert once per row with bind(stmt, row) in one transaction.
+bool fill_failed = false;
+
+// Runs insert once per row with bind(stmt, row) in one transaction; a
+// failing row is reported and fails the whole benchmark.
 void fill(sql_conn &conn, const char *insert, uint32_t rows,
           const std::function<void(sql_stmt &, uint32_t)> &bind) {
-    sql_stmt s = sql_prepare(conn.get(), insert);
+    sql_error err;
+    sql_stmt s = sql_prepare(conn.get(), insert, &err);
     sql_txn txn(conn.get());
-    for (uint32_t r = 0; r < rows; ++r) {
+    for (uint32_t r = 0; s && r < rows && !err.failed(); ++r) {
         bind(s, r);
-        s.run();
+        s.run(&err);
     }
-    txn.commit();
+    if (err.failed() || txn.commit(&err) != SQLITE_OK) {
+        std::fprintf(stderr, "report_bench: %s: %s\n", insert, err.text.c_str());
+        fill_failed = true;
+    }
 }
 
-void fill_app_rows(sql_conn &conn, const char *table, uint32_t t, uint32_t rows, bool by_ap) {
-    const std::string sql = by_ap ? std::string("INSERT INTO ") + table +
-                                        "(time, app, port, ap_mac, ssid, uplink, downlink, "
-                                        "group_id) VALUES(?, ?, ?, ?, ?, ?, ?, ?)"
-                                  : std::string("INSERT INTO ") + table +
-                                        "(time, app, port, ssid, uplink, downlink, group_id) "
-                                        "VALUES(?, ?, ?, ?, ?, ?, ?)";
+// Application rows of the three shapes: per AP group (avp_all_group_hour),
+// per SSID and group (the day and backup tables), per AP, SSID and group.
+enum class app_rows { per_group, per_ssid, per_ap_ssid };
+
+void fill_app_rows(sql_conn &conn, const char *table, uint32_t t, uint32_t rows, app_rows shape) {
+    const bool ap = shape == app_rows::per_ap_ssid, ssid = shape != app_rows::per_group;
+    const std::string sql = std::string("INSERT INTO ") + table + "(time, app, port" +
+                            (ap ? ", ap_mac" : "") + (ssid ? ", ssid" : "") +
+                            ", uplink, downlink, group_id) VALUES(?, ?, ?" + (ap ? ", ?" : "") +
+                            (ssid ? ", ?" : "") + ", ?, ?, ?)";
     fill(conn, sql.c_str(), rows, [&](sql_stmt &s, uint32_t r) {
         int i = 1;
         s.bind(i++, int64_t{t});
         s.bind(i++, app_name(r % kApps));
         s.bind(i++, int64_t{r % kApps == 0 ? 0 : 80 + r % kApps});
-        if (by_ap) s.bind(i++, int64_t{1 + (r / kApps) % kAps});
-        s.bind(i++, int64_t{1 + r % kSsids});
+        if (ap) s.bind(i++, int64_t{1 + (r / kApps) % kAps});
+        if (ssid) s.bind(i++, int64_t{1 + r % kSsids});
         s.bind(i++, static_cast<int64_t>(rnd() % 1000000));
         s.bind(i++, static_cast<int64_t>(rnd() % 8000000));
         s.bind(i++, int64_t{1 + r % kGroups});
@@ -161,8 +171,8 @@ void fill_databases(uint32_t now) {
     for (sql_conn *c : {&db, &backup, &statistic}) sqlite3_busy_timeout(c->get(), 10000);
     for (uint32_t b = 0; b < kBuckets; ++b) {
         const uint32_t t = now - b * kBucketStep;
-        fill_app_rows(db, "avp_all_group_hour", t, kAppRows, false);
-        fill_app_rows(db, "avp_ap_ssid_hour", t, kApSsidRows, true);
+        fill_app_rows(db, "avp_all_group_hour", t, kAppRows, app_rows::per_group);
+        fill_app_rows(db, "avp_ap_ssid_hour", t, kApSsidRows, app_rows::per_ap_ssid);
         fill_clients(db, "avp_top_client_hour", t, kClientRows);
         fill(db,
              "INSERT INTO avp_app_client_hour(time, app, port, client_mac, uplink, downlink) "
@@ -177,11 +187,12 @@ void fill_databases(uint32_t now) {
              });
     }
     for (uint32_t d = 0; d < kDayRuns; ++d) {
-        fill_app_rows(db, "avp_ssid_day", now - d * kDayStep, kDayRows, false);
+        fill_app_rows(db, "avp_ssid_day", now - d * kDayStep, kDayRows, app_rows::per_ssid);
         fill_clients(db, "avp_top_client_day", now - d * kDayStep, kClientRows);
     }
     for (uint32_t d = 0; d < kBackupRuns; ++d) {
-        fill_app_rows(backup, "avp_ssid_backup", now - d * kBucketStep, kDayRows, false);
+        fill_app_rows(backup, "avp_ssid_backup", now - d * kBucketStep, kDayRows,
+                      app_rows::per_ssid);
         fill_clients(backup, "avp_top_client_backup", now - d * kBucketStep, kClientRows);
     }
     fill(statistic,
@@ -284,7 +295,9 @@ std::vector<double> measure(const kind &k) {
 
 }  // namespace
 
-int main() {
+int main(int argc, char **argv) {
+    // An argument limits the run to the kinds whose name contains it.
+    const std::string only = argc > 1 ? argv[1] : "";
     bench_root root;
     write_configuration();
     const pid_t daemon = start_daemon(root.path());
@@ -294,13 +307,19 @@ int main() {
     }
     bench_timer fill_time;
     fill_databases(static_cast<uint32_t>(std::time(nullptr)));
+    if (fill_failed) {
+        kill(daemon, SIGTERM);
+        waitpid(daemon, nullptr, 0);
+        return 1;
+    }
     std::printf("filled the tables in %.1fs; %d requests per report kind\n", fill_time.seconds(),
                 kRequests);
     int missed = 0;
     const std::vector<kind> all = kinds();
     for (size_t i = 0; i < all.size(); ++i) {
-        const std::vector<double> ms = measure(all[i]);
         const std::string name = kind_name(all[i], i);
+        if (name.find(only) == std::string::npos) continue;
+        const std::vector<double> ms = measure(all[i]);
         if (ms.empty()) {
             std::printf("%s: no reply\n", name.c_str());
             ++missed;
