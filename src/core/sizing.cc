@@ -57,7 +57,7 @@ void tallyd_init_sys_info(tallyd_sys_info_t *info) {
     tallyd_load_arc_from_xml(info);
 }
 
-int tallyd_set_platform_limits(tallyd_sys_info_t *info) {
+void tallyd_size_for_platform(tallyd_sys_info_t *info) {
     char name[8] = {};
     const platform_row *row = nullptr;
     if (read_platform_name(name)) {
@@ -79,5 +79,9 @@ int tallyd_set_platform_limits(tallyd_sys_info_t *info) {
     info->ssid_max = info->platform_class ? 256 : 54;
     info->apgroup_max = 256;
     info->dvcinfo_max = 256;
+}
+
+int tallyd_set_platform_limits(tallyd_sys_info_t *info) {
+    tallyd_size_for_platform(info);
     return printf("Database file max is %dMB\n", info->db_max_size / 1000000);
 }

@@ -15,6 +15,10 @@
 void tallyd_init_sys_info(tallyd_sys_info_t *info);
 
 // Sets the platform class, both database size limits, platform_row_limit and
-// the dictionary capacities, then prints "Database file max is %dMB\n" on
+// the dictionary capacities, without printing (tools size themselves as the
+// daemon would).
+void tallyd_size_for_platform(tallyd_sys_info_t *info);
+
+// tallyd_size_for_platform, then prints "Database file max is %dMB\n" on
 // standard output. Returns printf's result.
 int tallyd_set_platform_limits(tallyd_sys_info_t *info);

@@ -37,6 +37,9 @@ int tallyctl_cmd_stat0a(const tallyctl_ctx &ctx, const std::vector<std::string> 
 int tallyctl_cmd_ids(const tallyctl_ctx &ctx, const std::vector<std::string> &args);
 int tallyctl_cmd_tables(const tallyctl_ctx &ctx, const std::vector<std::string> &args);
 
+// The databases, dictionaries and health as OpenMetrics text (cmd_metrics.cc).
+int tallyctl_cmd_metrics(const tallyctl_ctx &ctx, const std::vector<std::string> &args);
+
 // The newest crash report and the list of kept ones (cmd_crash.cc); exit
 // status 1 when there is none.
 int tallyctl_cmd_crash(const tallyctl_ctx &ctx, const std::vector<std::string> &args);

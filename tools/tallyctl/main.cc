@@ -50,6 +50,10 @@ constexpr tallyctl_command kCommands[] = {
      "[ap|ssid|apgroup|dvcinfo]\n      print a dictionary as the repository holds it"},
     {"tables", tallyctl_cmd_tables,
      "\n      every table of every database file: rows and newest time (read-only)"},
+    {"metrics", tallyctl_cmd_metrics,
+     "[--top N] [--out FILE]\n"
+     "      the databases, dictionaries and health as OpenMetrics text (read-only);\n"
+     "      --out writes FILE atomically for node exporter's textfile collector"},
     {"crash", tallyctl_cmd_crash,
      "\n      the newest crash report of tallyd, then every kept one with its crash\n"
      "      time; exit 1 when there is none"},
