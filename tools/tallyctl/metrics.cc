@@ -22,8 +22,35 @@
 
 namespace {
 
-// Per id (AP, SSID) or per text (application): bytes or clients.
-using id_sums = std::unordered_map<int64_t, uint64_t>;
+// Bytes or clients per AP or SSID id. The daemon's ids are small counters,
+// summed in a flat array (the hour table of a large controller has a million
+// rows); any other id a damaged table may hold goes to a map. A zero sum
+// counts as no entry.
+class id_sums {
+   public:
+    void add(int64_t id, uint64_t value) {
+        if (id < 0 || id >= kFlatIds) {
+            other_[id] += value;
+            return;
+        }
+        if (static_cast<size_t>(id) >= flat_.size()) flat_.resize(static_cast<size_t>(id) + 1);
+        flat_[static_cast<size_t>(id)] += value;
+    }
+    template <typename F>
+    void each(F f) const {
+        for (size_t id = 0; id < flat_.size(); ++id)
+            if (flat_[id] != 0) f(static_cast<int64_t>(id), flat_[id]);
+        for (const auto &[id, value] : other_)
+            if (value != 0) f(id, value);
+    }
+
+   private:
+    static constexpr int64_t kFlatIds = 65536;
+    std::vector<uint64_t> flat_;
+    std::unordered_map<int64_t, uint64_t> other_;
+};
+
+// Bytes per application name.
 using text_sums = std::unordered_map<std::string, uint64_t>;
 
 // A dictionary as its repository list holds it.
@@ -184,7 +211,9 @@ class collector {
     // The dictionary's text for id; "#<id>" for an id it does not hold.
     static std::string name_of(const dictionary &d, int64_t id) {
         auto it = d.by_id.find(id);
-        return it != d.by_id.end() ? it->second : "#" + std::to_string(id);
+        if (it != d.by_id.end()) return it->second;
+        std::string text = "#";
+        return text += std::to_string(id);
     }
 
     // Runs sql on conn, calling row per result row; a failure is counted.
@@ -196,21 +225,21 @@ class collector {
 
     std::vector<om_series> ap_series(const id_sums &sums) {
         std::vector<om_series> out;
-        for (const auto &[id, value] : sums) {
-            if (value == 0) continue;
+        sums.each([&](int64_t id, uint64_t value) {
             std::vector<om_label> labels{{"ap", name_of(ap_, id)}, {"apgroup", ""}};
             auto mac = ap_.by_id.find(id);
             auto group = mac == ap_.by_id.end() ? ap_groups_.end() : ap_groups_.find(mac->second);
             if (group != ap_groups_.end()) labels[1].value = name_of(apgroup_, group->second);
             out.push_back({std::move(labels), value});
-        }
+        });
         return out;
     }
 
     std::vector<om_series> ssid_series(const id_sums &sums) {
         std::vector<om_series> out;
-        for (const auto &[id, value] : sums)
-            if (value != 0) out.push_back({{{"ssid", name_of(ssid_, id)}}, value});
+        sums.each([&](int64_t id, uint64_t value) {
+            out.push_back({{{"ssid", name_of(ssid_, id)}}, value});
+        });
         return out;
     }
 
@@ -244,8 +273,8 @@ class collector {
         scan(db, TALLYD_DB_MAIN, "SELECT ap_mac, ssid, uplink, downlink FROM avp_ap_ssid_hour",
              [&](sqlite3_stmt *s) {
                  uint64_t bytes = tallyctl_column_u64(s, 2) + tallyctl_column_u64(s, 3);
-                 ap_hour[sqlite3_column_int64(s, 0)] += bytes;
-                 ssid_hour[sqlite3_column_int64(s, 1)] += bytes;
+                 ap_hour.add(sqlite3_column_int64(s, 0), bytes);
+                 ssid_hour.add(sqlite3_column_int64(s, 1), bytes);
              });
         scan(db, TALLYD_DB_MAIN, "SELECT app, uplink, downlink FROM avp_all_group_hour",
              [&](sqlite3_stmt *s) {
@@ -256,11 +285,11 @@ class collector {
              [&](sqlite3_stmt *s) {
                  uint64_t bytes = tallyctl_column_u64(s, 2) + tallyctl_column_u64(s, 3);
                  app_day[column_text(s, 0)] += bytes;
-                 ssid_day[sqlite3_column_int64(s, 1)] += bytes;
+                 ssid_day.add(sqlite3_column_int64(s, 1), bytes);
              });
         scan(db, TALLYD_DB_MAIN, "SELECT ap_mac, total FROM avp_top_client_day",
              [&](sqlite3_stmt *s) {
-                 ap_day[sqlite3_column_int64(s, 0)] += tallyctl_column_u64(s, 1);
+                 ap_day.add(sqlite3_column_int64(s, 0), tallyctl_column_u64(s, 1));
              });
         for (auto [column, sums] :
              {std::pair{"ap_mac", &ap_clients}, std::pair{"ssid", &ssid_clients}})
@@ -268,7 +297,7 @@ class collector {
                  std::string("SELECT ") + column +
                      ", COUNT(DISTINCT client_mac) FROM avp_top_client_hour GROUP BY 1",
                  [&](sqlite3_stmt *s) {
-                     (*sums)[sqlite3_column_int64(s, 0)] += tallyctl_column_u64(s, 1);
+                     sums->add(sqlite3_column_int64(s, 0), tallyctl_column_u64(s, 1));
                  });
 
         capped("tallyd_ap_hour_bytes", "bytes",
