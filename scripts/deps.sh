@@ -1,7 +1,8 @@
 #!/bin/sh
 # Installs the Debian packages tallyd builds and tests with, only when one is
 # missing; quiet when everything is already there. `deps.sh mips` adds what
-# the MIPS cross build needs (scripts/deps-mips.sh).
+# the MIPS cross build needs (scripts/deps-mips.sh). prometheus is there for
+# promtool, with which the tests validate the output of tallyctl metrics.
 set -e
 if [ "$1" = mips ]; then
     "$0"
@@ -9,7 +10,7 @@ if [ "$1" = mips ]; then
 fi
 pkgs="cmake ninja-build g++ pkg-config libsqlite3-dev sqlite3 libnanopb-dev nanopb
 libpugixml-dev libgtest-dev libgmock-dev libbenchmark-dev clang-format
-nlohmann-json3-dev libcairo2-dev"
+nlohmann-json3-dev libcairo2-dev prometheus"
 missing=""
 for p in $pkgs; do
     dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q "ok installed" || missing="$missing $p"
