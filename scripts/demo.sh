@@ -159,6 +159,12 @@ report usage --pie apps --png "$ROOT/apps.png"
 report usage --series --png "$ROOT/usage.png"
 echo "pictures: $ROOT/apps.png (applications of the day), $ROOT/usage.png (the last hour)"
 
+# ---------------------------------------------------------------------------
+section "The same databases as OpenMetrics for Prometheus: tallyctl metrics (a few lines)"
+echo "\$ tallyctl metrics --top 3 | grep -E '^tallyd_(up|app_hour_bytes|ap_clients|db_file)'"
+"$TALLYCTL" --root "$FLOW_ROOT" metrics --top 3 |
+    grep -E '^tallyd_(up|app_hour_bytes|ap_clients|db_file)' | sed 's/^/   /'
+
 kill -TERM "$PID"
 status=0
 wait "$PID" || status=$?

@@ -3,13 +3,16 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <cstdlib>
 #include <fstream>
+#include <iterator>
 #include <map>
 #include <optional>
 #include <sstream>
 #include <string_view>
 #include <unordered_map>
 #include <utility>
+#include <vector>
 
 #include "base/path.h"
 #include "base/sys_info.h"
@@ -75,10 +78,9 @@ std::optional<int64_t> process_start_time(int32_t pid) {
     if (close == std::string::npos) return std::nullopt;
     std::istringstream fields(stat.substr(close + 1));
     std::string field;
-    for (int n = 3; n <= 22 && fields >> field; ++n) {
-    }
-    if (!fields) return std::nullopt;
-    int64_t start_ticks = std::strtoll(field.c_str(), nullptr, 10);
+    for (int n = 3; n <= 22; ++n)
+        if (!(fields >> field)) return std::nullopt;
+    const int64_t start_ticks = std::strtoll(field.c_str(), nullptr, 10);
 
     std::ifstream proc_stat("/proc/stat");
     std::string key;
@@ -89,7 +91,7 @@ std::optional<int64_t> process_start_time(int32_t pid) {
             break;
         }
     }
-    long ticks = sysconf(_SC_CLK_TCK);
+    const int64_t ticks = sysconf(_SC_CLK_TCK);
     if (boot < 0 || ticks <= 0) return std::nullopt;
     return boot + start_ticks / ticks;
 }
@@ -100,6 +102,7 @@ class collector {
 
     std::string run() {
         health();
+        platform();
         files_and_tables();
         dictionaries();
         traffic();
@@ -125,15 +128,16 @@ class collector {
         if (start) w_.sample({}, *start);
     }
 
-    void files_and_tables() {
-        tallyd_sys_info_t info{};
-        tallyd_size_for_platform(&info);
-        sizing_ = info;
+    // The limits the daemon gives itself on this platform.
+    void platform() {
+        tallyd_size_for_platform(&sizing_);
         w_.family("tallyd_platform_class", "gauge", "",
                   "Platform class the daemon sizes itself by (0 an unknown platform, 1 to 3 the "
                   "known ones)");
-        w_.sample({}, int64_t{info.platform_class});
+        w_.sample({}, int64_t{sizing_.platform_class});
+    }
 
+    void files_and_tables() {
         const std::vector<tallyctl_db_file> files = tallyctl_db_files();
         w_.family("tallyd_db_file_size_bytes", "gauge", "bytes", "Size of a database file");
         for (const tallyctl_db_file &f : files) {
@@ -145,9 +149,9 @@ class collector {
         w_.family("tallyd_db_size_limit_bytes", "gauge", "bytes",
                   "Size limit of a database file on this platform; the daemon trims the oldest "
                   "rows above it");
-        w_.sample(std::vector<om_label>{{"file", TALLYD_DB_MAIN}}, int64_t{info.db_max_size});
+        w_.sample(std::vector<om_label>{{"file", TALLYD_DB_MAIN}}, int64_t{sizing_.db_max_size});
         w_.sample(std::vector<om_label>{{"file", TALLYD_DB_FLASH}},
-                  int64_t{info.db_flash_max_size});
+                  int64_t{sizing_.db_flash_max_size});
 
         std::vector<tallyctl_db_info> dbs;
         for (const tallyctl_db_file &f : files) {
