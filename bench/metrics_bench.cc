@@ -81,6 +81,21 @@ void write_list(const std::string &list, const std::string &node, const std::str
     out << "</" << list << ">\n";
 }
 
+// runs per-SSID rollups of application rows, step seconds apart.
+void fill_ssid_runs(sql_conn &conn, const char *table, int runs, int step) {
+    const std::string sql = std::string("INSERT INTO ") + table +
+                            "(time, app, port, ssid, uplink, downlink, group_id) "
+                            "VALUES(?, ?, 443, ?, ?, ?, ?)";
+    fill(conn, sql.c_str(), kSsidDayRows * runs, [step](sql_stmt *s, int i) {
+        s->bind(1, int64_t{kNow - step * (i / kSsidDayRows)});
+        s->bind(2, app(i / 3));
+        s->bind(3, int64_t{1 + i % kSsids});
+        s->bind(4, bytes(i));
+        s->bind(5, bytes(i + 5));
+        s->bind(6, int64_t{1 + i % kGroups});
+    });
+}
+
 void fill_main(sql_conn &db) {
     fill(db, "INSERT INTO avp_ap(time, ap_mac, model, group_id) VALUES(0, ?, 'AP-X', ?)", kAps,
          [](sql_stmt *s, int i) {
@@ -124,31 +139,11 @@ void fill_main(sql_conn &db) {
             s->bind(5, bytes(i));
         });
     }
-    fill(db,
-         "INSERT INTO avp_ssid_day(time, app, port, ssid, uplink, downlink, group_id) "
-         "VALUES(?, ?, 443, ?, ?, ?, ?)",
-         kSsidDayRows * kDayRuns, [](sql_stmt *s, int i) {
-             s->bind(1, int64_t{kNow - 7217 * (i / kSsidDayRows)});
-             s->bind(2, app(i / 3));
-             s->bind(3, int64_t{1 + i % kSsids});
-             s->bind(4, bytes(i));
-             s->bind(5, bytes(i + 5));
-             s->bind(6, int64_t{1 + i % kGroups});
-         });
+    fill_ssid_runs(db, "avp_ssid_day", kDayRuns, 7217);
 }
 
 void fill_others(tallyd_db_set_t &set) {
-    fill(set.backup_hour_db,
-         "INSERT INTO avp_ssid_backup(time, app, port, ssid, uplink, downlink, group_id) "
-         "VALUES(?, ?, 443, ?, ?, ?, ?)",
-         kSsidDayRows * kBackupRuns, [](sql_stmt *s, int i) {
-             s->bind(1, int64_t{kNow - 3587 * (i / kSsidDayRows)});
-             s->bind(2, app(i / 3));
-             s->bind(3, int64_t{1 + i % kSsids});
-             s->bind(4, bytes(i));
-             s->bind(5, bytes(i + 5));
-             s->bind(6, int64_t{1 + i % kGroups});
-         });
+    fill_ssid_runs(set.backup_hour_db, "avp_ssid_backup", kBackupRuns, 3587);
     fill(set.temp_db,
          "INSERT INTO avp_base(time, app, port, client_mac, ap_mac, ssid, uplink, downlink, "
          "total, category, group_id) VALUES(?, ?, 443, ?, ?, ?, ?, ?, ?, 'Streaming', ?)",

@@ -244,19 +244,11 @@ TEST_F(MetricsE2e, OddNamesAreEscapedOnceEachAndTheSumsAddUp) {
 // the export while the daemon runs and after it stopped.
 TEST(MetricsSimE2e, ASimulatedControllerExportsItsHourAndHealth) {
     const int64_t started = std::time(nullptr);
-    const std::string origin = std::to_string(started);
-    tallyd_daemon_options opts;
-    opts.time_scale = 60;
-    opts.env = {"TALLYD_TIME_ORIGIN=" + origin};
-    tallyd_daemon d(opts);
-    ASSERT_EQ(0, run_tool("tallyd-sim --repo-only --quiet --root '" + d.root() + "'").second);
+    const sim_clock clock{60};
+    tallyd_daemon d(clock.daemon());
+    ASSERT_EQ(0, clock.run(d, "--repo-only --quiet").second);
     ASSERT_TRUE(d.start()) << d.log_text();
-    setenv("TALLYD_TIME_SCALE", "60", 1);
-    setenv("TALLYD_TIME_ORIGIN", origin.c_str(), 1);
-    auto [sim, sim_rc] =
-        run_tool("tallyd-sim --quiet --minutes 6 --aps 4 --clients 20 --root '" + d.root() + "'");
-    unsetenv("TALLYD_TIME_SCALE");
-    unsetenv("TALLYD_TIME_ORIGIN");
+    auto [sim, sim_rc] = clock.run(d, "--quiet --minutes 6 --aps 4 --clients 20");
     ASSERT_EQ(0, sim_rc) << sim;
     const std::string main_db = d.path(TALLYD_DB_MAIN);
     ASSERT_TRUE(eventually(

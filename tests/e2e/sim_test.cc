@@ -3,8 +3,6 @@
 // with the same clients, APs and SSIDs under the same ids.
 #include <gtest/gtest.h>
 
-#include <cstdlib>
-#include <ctime>
 #include <string>
 
 #include "support/daemon.h"
@@ -26,19 +24,11 @@ TEST(SimE2e, TheSameSeedPlaysTheSameRun) {
 TEST(SimE2e, ALiveRunFillsStatisticAndFlowTablesCoherently) {
     // Daemon and simulator share one clock: a minute of daemon time is two
     // seconds here, which leaves a batch 0.4 s to arrive within its 12 s.
-    const std::string origin = std::to_string(std::time(nullptr));
-    tallyd_daemon_options opts;
-    opts.time_scale = 30;
-    opts.env = {"TALLYD_TIME_ORIGIN=" + origin};
-    tallyd_daemon d(opts);
-    ASSERT_EQ(0, run_tool("tallyd-sim --repo-only --quiet --root '" + d.root() + "'").second);
+    const sim_clock clock{30};
+    tallyd_daemon d(clock.daemon());
+    ASSERT_EQ(0, clock.run(d, "--repo-only --quiet").second);
     ASSERT_TRUE(d.start()) << d.log_text();
-    setenv("TALLYD_TIME_SCALE", "30", 1);
-    setenv("TALLYD_TIME_ORIGIN", origin.c_str(), 1);
-    auto [out, rc] =
-        run_tool("tallyd-sim --quiet --minutes 2 --aps 4 --clients 20 --root '" + d.root() + "'");
-    unsetenv("TALLYD_TIME_SCALE");
-    unsetenv("TALLYD_TIME_ORIGIN");
+    auto [out, rc] = clock.run(d, "--quiet --minutes 2 --aps 4 --clients 20");
     ASSERT_EQ(0, rc) << out;
 
     const std::string stat = d.path("/tmp/tallyd/statistic.db");

@@ -5,6 +5,8 @@
 
 #include <gtest/gtest.h>
 
+#include <cstdlib>
+#include <ctime>
 #include <filesystem>
 #include <span>
 #include <string>
@@ -47,3 +49,27 @@ inline void seed_repository(const tallyd_daemon &d) {
             std::filesystem::copy_file(e.path(), to / e.path().filename(),
                                        std::filesystem::copy_options::overwrite_existing);
 }
+
+// The daemon and tallyd-sim on one clock: scale times real speed, counted
+// from an origin of now, so that the simulator stamps what it sends with the
+// daemon's time.
+struct sim_clock {
+    uint32_t scale;
+    std::string origin = std::to_string(std::time(nullptr));
+
+    tallyd_daemon_options daemon() const {
+        tallyd_daemon_options o;
+        o.time_scale = scale;
+        o.env = {"TALLYD_TIME_ORIGIN=" + origin};
+        return o;
+    }
+    // tallyd-sim with args against d's root: its output and exit status.
+    std::pair<std::string, int> run(const tallyd_daemon &d, const std::string &args) const {
+        setenv("TALLYD_TIME_SCALE", std::to_string(scale).c_str(), 1);
+        setenv("TALLYD_TIME_ORIGIN", origin.c_str(), 1);
+        auto result = run_tool("tallyd-sim " + args + " --root '" + d.root() + "'");
+        unsetenv("TALLYD_TIME_SCALE");
+        unsetenv("TALLYD_TIME_ORIGIN");
+        return result;
+    }
+};
