@@ -36,3 +36,7 @@ list(APPEND CMAKE_TRY_COMPILE_PLATFORM_VARIABLES TALLYD_MIPS_PREFIX)
 # Test programs (and gtest's test discovery) run under qemu with the
 # target's C library.
 set(CMAKE_CROSSCOMPILING_EMULATOR qemu-mips -L ${TALLYD_MIPS_SYSROOT})
+
+# pkg-config must see the target's libraries only, never the host's .pc
+# files (the host's cairo would otherwise be taken for the target's).
+set(ENV{PKG_CONFIG_LIBDIR} "${TALLYD_MIPS_PREFIX}/lib/pkgconfig:${TALLYD_MIPS_PREFIX}/share/pkgconfig")
