@@ -29,6 +29,7 @@
 #include <span>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 #include "base/clock.h"
@@ -46,6 +47,7 @@
 #include "entity/dict.h"
 #include "entity/entity_wire.h"
 #include "events/ap_wlan_seed.h"
+#include "events/events_wire.h"
 #include "flow/backup_task.h"
 #include "flow/day_task.h"
 #include "flow/hour_task.h"
@@ -54,6 +56,7 @@
 #include "ipc/msg_ids.h"
 #include "ipc/msg_layout.h"
 #include "ipc/reply.h"
+#include "reports/report_wire.h"
 #include "sim/arc_writer.h"
 #include "sim/flow_sim.h"
 
@@ -66,7 +69,10 @@ constexpr uint32_t kStartTime = 1700000000;
 
 class identity_run {
    public:
-    explicit identity_run(int reply_sock) : reply_sock_(reply_sock) {}
+    // reply_sock: the daemon's end of the requester's socket pair; read_sock:
+    // the requester's end, drained after every message (a datagram socket
+    // queues only a few replies before the daemon's send would block).
+    identity_run(int reply_sock, int read_sock) : reply_sock_(reply_sock), read_sock_(read_sock) {}
 
     // A datagram on the control or statistics socket: header filled in
     // (module 0, id, payload length), checked and dispatched from a zeroed
@@ -84,8 +90,11 @@ class identity_run {
         std::vector<uint8_t> msg(TALLYD_MSG_HDR_LEN);
         tallyd_msg_header_put(msg, 0, TALLYD_MSG_TAC_PROBE, 0);
         tallyd_tac_probe_reply(msg, reply_sock_, nullptr, 0);
+        drain();
     }
     void advance(int32_t secs) { tallyd_clock_advance(secs); }
+    // The replies received since the last call, oldest first.
+    std::vector<std::vector<uint8_t>> take_replies() { return std::exchange(replies_, {}); }
 
    private:
     void deliver(const tallyd_route_table *routes, uint32_t id, std::vector<uint8_t> msg) {
@@ -100,9 +109,18 @@ class identity_run {
         tallyd_sys_info.peer_addr = nullptr;
         tallyd_sys_info.peer_addr_len = nullptr;
         tallyd_msg_dispatch(routes, buf);
+        drain();
+    }
+
+    void drain() {
+        std::vector<uint8_t> buf(TALLYD_REPLY_BUF_SIZE);
+        for (ssize_t n; (n = recv(read_sock_, buf.data(), buf.size(), MSG_DONTWAIT)) >= 0;)
+            replies_.emplace_back(buf.begin(), buf.begin() + n);
     }
 
     int reply_sock_;
+    int read_sock_;
+    std::vector<std::vector<uint8_t>> replies_;
 };
 
 void case_probe(identity_run &run) {
@@ -127,6 +145,79 @@ void case_stat_0a(identity_run &run) {
     run.stat(TALLYD_MSG_STAT_0A, entity_wire::build_stat_0a({{"00:aa:bb:cc:dd:01", 5},
                                                              {"00:aa:bb:cc:dd:02", 0},
                                                              {"00:aa:bb:cc:dd:03", 4294967295U}}));
+}
+
+// The controller's configuration lists the network events read: two WLAN
+// groups, an AP group using both, one AP and two WLAN services.
+void write_network_lists() {
+    const std::string dir = tallyd_path(TALLYD_XREPO_DIR);
+    const std::pair<const char *, const char *> lists[] = {
+        {"wlangroup-list",
+         "<wlangroup-list><wlangroup id=\"1\"><wlan id=\"1\"/><wlan id=\"2\"/></wlangroup>"
+         "<wlangroup id=\"2\"><wlan id=\"3\"/><wlan id=\"2048\"/><wlan id=\"4\"/></wlangroup>"
+         "</wlangroup-list>"},
+        {"apgroup-list",
+         "<apgroup-list><apgroup id=\"7\"><ap-property>"
+         "<radio radio-type=\"11ng\" wlangroup-id=\"1\"/>"
+         "<radio radio-type=\"11na\" wlangroup-id=\"2\"/></ap-property></apgroup>"
+         "</apgroup-list>"},
+        {"ap-list",
+         "<ap-list><ap mac=\"00:aa:bb:cc:dd:01\" group-id=\"7\" devname=\"lobby\" "
+         "location=\"hall 1\"/></ap-list>"},
+        {"wlansvc-list",
+         "<wlansvc-list><wlansvc id=\"1\" ssid=\"guest\" encryption=\"wpa2\"/>"
+         "<wlansvc id=\"3\" ssid=\"it's\" encryption=\"wpa3\"/></wlansvc-list>"},
+    };
+    for (const auto &[name, xml] : lists)
+        std::ofstream(dir + "/" + name + ".xml") << "<?xml version=\"1.0\"?>\n" << xml << "\n";
+}
+
+events_wire::station identity_station(std::string_view mac, uint8_t last) {
+    events_wire::station s;
+    s.client_mac = mac;
+    s.ip[0] = 10, s.ip[3] = last;
+    s.ip6[0] = 0xfe, s.ip6[1] = 0x80, s.ip6[15] = last;
+    s.ap_mac = "00:aa:bb:cc:dd:01";
+    s.device = "phone";
+    s.host_name = last == 2 ? "o'neil" : "host";
+    s.ssid = "guest";
+    s.vlan = 10, s.radio = 1, s.apgroup = 7, s.wlangroup = 1, s.channel = 36;
+    s.auth_type = "wpa2", s.user_name = "user";
+    s.rx_pkts = 1000ull * last, s.tx_pkts = 2000ull * last;
+    s.rx_bytes = 3000000000ull * last, s.tx_bytes = 5000000000ull + last;
+    s.rssi = static_cast<int8_t>(-40 - last);
+    return s;
+}
+
+// An AP joins, its group and WLAN groups change, stations join and report
+// counters, and the AP leaves: every network event once.
+void case_network_events(identity_run &run) {
+    using namespace events_wire;
+    write_network_lists();
+    run.control(TALLYD_MSG_AP_ADD, build_ap_add({.mac = "00:aa:bb:cc:dd:01",
+                                                 .model = "ap-5",
+                                                 .apgroup = 7,
+                                                 .radios = 2,
+                                                 .wlangroup = {1, 2}}));
+    run.control(TALLYD_MSG_APGROUP_UPDATE,
+                build_apgroup_update({.action = 2, .wlangroup = {1, 2}, .apgroup = 7}));
+    run.advance(5);
+    run.control(TALLYD_MSG_WLAN_GROUP_UPDATE,
+                build_wlan_group_update({.action = 1, .wlan = 2, .name = "lab", .wlangroup = 1}));
+    run.control(TALLYD_MSG_WLAN_GROUP_UPDATE,
+                build_wlan_group_update({.action = 0, .wlan = 5, .name = "new", .wlangroup = 1}));
+    run.control(TALLYD_MSG_AP_WLAN_UPDATE,
+                build_ap_wlan_update(
+                    {.mac = "00:aa:bb:cc:dd:01", .radios = 1, .wlangroup = {2, 0}, .apgroup = 7}));
+    const station stations[] = {identity_station("02:00:00:00:00:01", 1),
+                                identity_station("02:00:00:00:00:02", 2),
+                                identity_station("02:00:00:00:00:03", 3)};
+    run.control(TALLYD_MSG_STA_ADD, build_sta_add(stations[0]));
+    run.control(TALLYD_MSG_STA_ADD, build_sta_add(stations[1]));
+    run.control(TALLYD_MSG_STA_ACTIVE, build_sta_active("02:00:00:00:00:01"));
+    run.stat(TALLYD_MSG_CLIENT_STATS, build_client_stats(kStartTime + 5, stations));
+    run.advance(60);
+    run.control(TALLYD_MSG_AP_DEL, build_ap_del("00:aa:bb:cc:dd:01"));
 }
 
 // One round of simulated reports from three APs and two broken files, through
@@ -161,18 +252,46 @@ void case_day_rollup(identity_run &run) {
     tallyd_pre_handle_day(nullptr, nullptr);
 }
 
+// Every application-visibility report over what the rollups stored: the top
+// lists of both periods, the hour client summary, usage series of every
+// period and scope, pies, filtered lists and the app-client lists.
+void case_app_reports(identity_run &run) {
+    using namespace report_wire;
+    for (uint32_t period : {kPeriodHour, kPeriodDay})
+        for (uint32_t flag : {kFlagApps, kFlagClients, kFlagAps, kFlagSsids})
+            run.control(TALLYD_MSG_GET_TOP_SUMMARY, build_top({.period = period, .flag = flag}));
+    run.control(TALLYD_MSG_GET_CLIENTS_SUMMARY, build_usage({.type = kTypeTopClients}));
+    for (uint32_t period : {0u, kUsageDay, kUsageWeek, kUsageMonth}) {
+        run.control(TALLYD_MSG_GET_CLIENTS_SUMMARY, build_usage({.period = period}));
+        run.control(
+            TALLYD_MSG_GET_CLIENTS_SUMMARY,
+            build_usage({.ssid = "it's", .period = period, .usage = kUsageSeries | kUsageDetail}));
+    }
+    run.control(TALLYD_MSG_GET_CLIENTS_SUMMARY,
+                build_usage({.mac = "00:aa:bb:cc:dd:01",
+                             .client_type = kClientAp,
+                             .usage = kUsageSeries | kUsageDetail}));
+    run.control(TALLYD_MSG_GET_CLIENTS_SUMMARY, build_usage({.client_type = kClientApgroup,
+                                                             .type = 0,
+                                                             .usage = kUsageSeries | kUsageDetail,
+                                                             .apgroup_id = 1}));
+    for (uint32_t type : {0u, 1u})
+        run.control(TALLYD_MSG_GET_CLIENTS_SUMMARY,
+                    build_usage({.client_type = kClientPie, .type = type, .usage = kUsageDetail}));
+    run.control(TALLYD_MSG_GET_APP_CLIENT, build_app_client({.name = "http"}));
+    run.control(TALLYD_MSG_GET_APP_CLIENT, build_app_client({.name = "443", .by = 0}));
+}
+
 struct identity_case {
     const char *name;
     void (*run)(identity_run &);
 };
 
 constexpr identity_case kCases[] = {
-    {"probe", case_probe},
-    {"set_hostname", case_set_hostname},
-    {"stat_0a", case_stat_0a},
-    {"flow_files", case_flow_files},
-    {"hour_rollup", case_hour_rollup},
-    {"day_rollup", case_day_rollup},
+    {"probe", case_probe},           {"set_hostname", case_set_hostname},
+    {"stat_0a", case_stat_0a},       {"network_events", case_network_events},
+    {"flow_files", case_flow_files}, {"hour_rollup", case_hour_rollup},
+    {"day_rollup", case_day_rollup}, {"app_reports", case_app_reports},
 };
 
 std::string hex(std::span<const uint8_t> bytes) {
@@ -238,12 +357,11 @@ int main(int argc, char **argv) {
     }
     std::ofstream replies(out + "/replies.txt"), log_file(out + "/log.txt");
     start_daemon_state();
-    identity_run run(pair[0]);
+    identity_run run(pair[0], pair[1]);
 
     const auto flush = [&](const char *name) {
-        std::vector<uint8_t> buf(TALLYD_REPLY_BUF_SIZE);
-        for (ssize_t n; (n = recv(pair[1], buf.data(), buf.size(), MSG_DONTWAIT)) >= 0;)
-            replies << name << ' ' << hex(std::span(buf).first(n)) << '\n';
+        for (const std::vector<uint8_t> &reply : run.take_replies())
+            replies << name << ' ' << hex(reply) << '\n';
         for (const tallyd_log_line &l : log)
             log_file << name << ' ' << l.priority << ' ' << log_text(l.text, root) << '\n';
         log.clear();
