@@ -78,6 +78,7 @@ void run_loop() {
 void shut_down() {
     eloop_destroy();
     if (tallyd_sys_info.reply_sock != 0) close(tallyd_sys_info.reply_sock);
+    tallyd_dict_flush();  // a list whose last save failed gets one more try
     tallyd_db_set.db.close();
     tallyd_db_set.db_flash.close();
     tallyd_db_set.temp_db.close();

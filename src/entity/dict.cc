@@ -2,6 +2,7 @@
 #include "entity/dict.h"
 
 #include "base/log.h"
+#include "entity/dict_save.h"
 #include "entity/dict_table.h"
 #include "entity/text.h"
 #include "platform/xrepo.h"
@@ -79,23 +80,6 @@ const dict_kind kDvcinfo{"avpdvcinfo-list",
                          &info_t::dvcinfo_dict,
                          dvcinfo_buckets};
 
-// Appends one entry to the dictionary's list and saves the list. The
-// repository holds the counter, never the composed id. An absent list (or a
-// node that cannot be made) leaves the entry in memory only, silently.
-void repo_add(const dict_kind &k, const char *key, int32_t counter) {
-    xconf_ptr list(xGetConfImpl(k.add_tag, __LINE__, k.list, 0));
-    if (!list) return;
-    xnode *node = xNewImpl(k.node, 0);
-    if (!node) return;
-    xSetAttrFormat(node, "id", "%d", counter);
-    xSetAttr(node, k.key_attr, key);
-    if (!xLinkChild(list.get(), node)) {
-        xFree(node);
-        return;
-    }
-    repoSaveCurrent(k.list, list.get());
-}
-
 int32_t mapping(const dict_kind &k, const char *key) {
     tallyd_sys_info_t *info = &tallyd_sys_info;
     if (!key || (k.refuse_empty_key && key[0] == '\0')) return 0;
@@ -109,7 +93,8 @@ int32_t mapping(const dict_kind &k, const char *key) {
         tallyd_log(LOG_ERR, "%s", k.add_fail);
         return 0;
     }
-    repo_add(k, key, counter);
+    // Saved with the other entries of this message or run, by tallyd_dict_flush.
+    dict_save_queue(k, key, counter);
     return static_cast<int32_t>(id);
 }
 
@@ -187,9 +172,15 @@ void tallyd_update_avp_dvcinfo_hash(tallyd_sys_info_t *info) {
     reload(kDvcinfo, info);
 }
 
-// Every new entry is saved as it is created, so nothing is ever pending.
 int tallyd_dict_flush() {
-    return 0;
+    int rc = 0;
+    for (const dict_kind *k : {&kSsid, &kAp, &kApgroup, &kDvcinfo})
+        if (dict_save_flush(*k) != 0) rc = -1;
+    return rc;
+}
+
+uint64_t tallyd_dict_save_count() {
+    return dict_save_count();
 }
 
 void tallyd_load_dictionaries(tallyd_sys_info_t *info) {
@@ -202,6 +193,7 @@ void tallyd_load_dictionaries(tallyd_sys_info_t *info) {
 void tallyd_dict_reset(tallyd_sys_info_t *info) {
     for (const dict_kind *k : {&kSsid, &kAp, &kApgroup, &kDvcinfo}) {
         dict_clear(*k, info, k->capacity);
+        dict_save_drop(*k);
         info->*k->last_id = 0;
     }
 }

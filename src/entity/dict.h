@@ -2,7 +2,8 @@
 // small positive ids, persisted in the configuration repository.
 //
 // Ids never change and are never reused; 0 means none or failure. Mapping
-// creates (and saves) an entry for an unknown key; lookups never create.
+// creates an entry for an unknown key, saved by the next tallyd_dict_flush;
+// lookups never create.
 // Texts returned by the id lookups are owned by the dictionary. Mapping and
 // lookups work on the global tallyd_sys_info; the reloads on the record given.
 #pragma once
@@ -55,8 +56,11 @@ void tallyd_update_avp_dvcinfo_hash(tallyd_sys_info_t *info);
 // list that gained entries is saved once. A writer that maps keys calls it
 // before it commits (or runs) the statements that store the new ids, so that
 // no committed row ever names an id the repository does not hold. 0, or -1
-// when a save failed (logged; the next call retries it).
+// when a save failed (logged; the next call retries it, the ids stay given).
 int tallyd_dict_flush();
+
+// Repository saves of dictionary lists since start (benchmarks).
+uint64_t tallyd_dict_save_count();
 
 // Start-up: reload all four, in the order SSID, AP, AP group, device info.
 // Each reload empties the dictionary's buckets, reads its repository list

@@ -5,6 +5,7 @@
 #include "base/fixed_text.h"
 #include "entity/ap_value.h"
 #include "entity/arc.h"
+#include "entity/dict.h"
 #include "entity/entity_wire.h"
 #include "entity/hostname.h"
 
@@ -41,6 +42,7 @@ void tallyd_handle_stat_0a(std::span<const uint8_t> msg) {
         uint32_t value = static_cast<uint32_t>(wire_get_num(rec, kStat0aValue));
         if (value == 0) continue;
         fixed_text<kStat0aApMac.width> mac(wire_get_text(rec, kStat0aApMac));
-        if (tallyd_ap_value_set(mac.c_str(), value) != 0) return;
+        if (tallyd_ap_value_set(mac.c_str(), value) != 0) break;
     }
+    tallyd_dict_flush();  // the APs this message met, in one save
 }

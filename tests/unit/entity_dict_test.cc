@@ -1,4 +1,5 @@
 #include <cstdio>
+#include <filesystem>
 #include <string>
 
 #include "entity/dict.h"
@@ -38,8 +39,10 @@ class EntityDict : public root_test {
             seed(l);
     }
 
-    // What the next start sees: an empty record reloaded from the repository.
+    // What the next start sees: an empty record reloaded from the repository
+    // (the last message or run having saved its new entries).
     void restart() {
+        tallyd_dict_flush();
         tallyd_dict_reset(&tallyd_sys_info);
         small_platform();
         tallyd_load_dictionaries(&tallyd_sys_info);
@@ -72,9 +75,17 @@ TEST_F(EntityDict, IdsArePersistedAndStableAcrossRestart) {
     EXPECT_EQ(1, tallyd_avp_ssid_mapping("corp"));
     EXPECT_EQ(2, tallyd_avp_ssid_mapping("it's guest"));
     EXPECT_EQ(4, tallyd_sys_info.ap_count);
+    // Nothing is written until the message or run ends; then each list that
+    // gained entries is saved once, in the order the ids were given.
+    const uint64_t saves = tallyd_dict_save_count();
+    EXPECT_EQ("", stored("avpap-list", "ap"));
+    EXPECT_EQ(0, tallyd_dict_flush());
+    EXPECT_EQ(saves + 2, tallyd_dict_save_count());
     EXPECT_EQ("1=00:11:22:33:44:55 2=00:11:22:33:44:66 3=00:11:22:33:44:55  4=00:11:22:33:44:6F ",
               stored("avpap-list", "ap"));
     EXPECT_EQ("1=corp 2=it's guest ", stored("avpssid-list", "ssid"));
+    EXPECT_EQ(0, tallyd_dict_flush());
+    EXPECT_EQ(saves + 2, tallyd_dict_save_count());
 
     restart();
     EXPECT_EQ(4, tallyd_sys_info.ap_count);
@@ -99,6 +110,7 @@ TEST_F(EntityDict, GroupAndDeviceIdsNameTheirBucket) {
     EXPECT_EQ(0, tallyd_avp_dvcinfo_mapping(nullptr));
     EXPECT_EQ(2, tallyd_sys_info.dvcinfo_count);
     // The repository keeps the counter, not the composed id.
+    tallyd_dict_flush();
     EXPECT_EQ("1=phone 2=tablet ", stored("avpdvcinfo-list", "dvcinfo"));
     EXPECT_EQ(nullptr, tallyd_avp_dvcinfo_lookup_id(1 * 256 + phone + 1));
 
@@ -174,6 +186,7 @@ TEST_F(EntityDict, EmptyApMacOrSsidGetsAFreshIdEveryTime) {
     EXPECT_EQ(2, tallyd_avp_ssid_mapping(""));
     EXPECT_EQ(0, tallyd_avp_ap_mapping(nullptr));
     EXPECT_EQ(0, tallyd_avp_ssid_mapping(nullptr));
+    tallyd_dict_flush();
     EXPECT_EQ("1= 2= ", stored("avpap-list", "ap"));
 }
 
@@ -185,6 +198,7 @@ TEST_F(EntityDict, MissingOrMalformedListKeepsNewIdsInMemoryOnly) {
     EXPECT_FALSE(exists(std::string(kXrepo) + "avpap-list.xml"));
     EXPECT_EQ(0, log_count("tallyd"));
     std::vector<tallyd_dict_stored> entries;
+    EXPECT_EQ(0, tallyd_dict_flush());
     EXPECT_EQ(-1, tallyd_dict_read_stored("ap", &entries));
 
     const std::string broken = "<avpssid-list><avpssid id=\"1\" ssid=\"x\">";
@@ -192,8 +206,29 @@ TEST_F(EntityDict, MissingOrMalformedListKeepsNewIdsInMemoryOnly) {
     tallyd_update_avp_ssid_hash(&tallyd_sys_info);
     EXPECT_EQ(1, log_count("tallyd_update_avp_ssid_hash"));
     EXPECT_EQ(1, tallyd_avp_ssid_mapping("y"));
+    tallyd_dict_flush();
     EXPECT_EQ(1, log_count("tallyd_add_avpssid_xml"));
     EXPECT_EQ(broken, read_file(std::string(kXrepo) + "avpssid-list.xml"));
+}
+
+TEST_F(EntityDict, AFailedSaveKeepsTheIdsAndIsRetriedByTheNextFlush) {
+    seed_all();
+    // A directory where the save's temporary file goes makes the write fail.
+    const std::string blocker = path(std::string(kXrepo) + ".avpap-list.xml.tmp");
+    std::filesystem::create_directories(blocker);
+    EXPECT_EQ(1, tallyd_avp_ap_mapping("a"));
+    EXPECT_EQ(-1, tallyd_dict_flush());
+    EXPECT_EQ(1, log_count("failed to save repository list avpap-list"));
+    EXPECT_EQ(2, tallyd_avp_ap_mapping("b"));
+    EXPECT_EQ(1, tallyd_avp_ap_lookup_name("a"));
+    EXPECT_EQ(-1, tallyd_dict_flush());
+    EXPECT_EQ("", stored("avpap-list", "ap"));
+
+    std::filesystem::remove(blocker);
+    EXPECT_EQ(0, tallyd_dict_flush());
+    EXPECT_EQ("1=a 2=b ", stored("avpap-list", "ap"));
+    restart();
+    EXPECT_EQ(2, tallyd_avp_ap_lookup_name("b"));
 }
 
 TEST_F(EntityDict, UnusableTableSizeFailsWithoutTouchingTheCounter) {
