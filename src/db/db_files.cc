@@ -30,26 +30,34 @@ constexpr uint32_t kDay = 86400;
 constexpr uint32_t kWeek = 604800;
 constexpr uint32_t kMonth = 2592000;
 
-// Opens a file left by an earlier run or restored from flash. SQLite reads a
-// file lazily, so a file that is not a database at all would open fine and
-// then fail every statement for ever; reading the schema here makes such a
-// file count as one that will not open, and the caller builds afresh.
-int db_open_existing(const std::string &path, sql_conn &conn) {
+// Opens a file left by an earlier run or restored from flash, and checks that
+// it is a complete database of its kind. SQLite reads a file lazily, so
+// garbage, a truncated file or a zero-byte one would open fine and then fail
+// every statement for ever; such a file is logged with SQLite's message and
+// counts as one that will not open: the caller builds that database afresh.
+int db_open_existing(const std::string &path, sql_conn &conn, tallyd_schema schema) {
+    sql_error err;
     int rc = tallyd_db_open(path, kOpenExisting, conn);
-    if (rc != SQLITE_OK) return rc;
-    rc = sql_exec(conn.get(), "SELECT count(*) FROM sqlite_master");
-    if (rc != SQLITE_OK) conn.close();
+    if (rc == SQLITE_OK)
+        rc = tallyd_schema_check(conn, schema, &err);
+    else
+        err = {rc, sqlite3_errstr(rc)};
+    if (rc != SQLITE_OK) {
+        tallyd_log(LOG_ERR, "tallyd, %s is not a usable database, aErrMsg = %s\n", path.c_str(),
+                   err.text.c_str());
+        conn.close();
+    }
     return rc;
 }
 
 // Moves the flash copy of base into RAM (consuming it) and checks it against
 // its md5 file. True when the copy verified and opens.
-bool restore_from_flash(std::string_view base, sql_conn &conn) {
+bool restore_from_flash(std::string_view base, sql_conn &conn, tallyd_schema schema) {
     std::string ram_dir = tallyd_path(TALLYD_RAM_DIR);
     db_fs_move_copies(tallyd_path(TALLYD_FLASH_DIR), base, ram_dir);
     std::string md5 = std::string(base) + ".md5";
     if (!tallyd_md5_verify(md5.c_str())) return false;
-    return db_open_existing(db_fs_db_path(TALLYD_RAM_DIR, base), conn) == SQLITE_OK;
+    return db_open_existing(db_fs_db_path(TALLYD_RAM_DIR, base), conn, schema) == SQLITE_OK;
 }
 
 bool flash_copy_exists(std::string_view base) {
@@ -101,25 +109,44 @@ int tallyd_db_open(const std::string &path, int flags, sql_conn &conn) {
     return rc;
 }
 
-int tallyd_create_avp_db(tallyd_db_set_t *set) {
+namespace {
+
+// at_start: the flash directory may be emptied (never while running, when
+// avp_flash.db is open in it).
+int open_main(tallyd_db_set_t *set, bool at_start) {
     if (!set) return -1;
     uint32_t now = tallyd_now();
     std::string ram = db_fs_db_path(TALLYD_RAM_DIR, kMainBase);
+    bool damaged = false;
     if (db_fs_exists(ram)) {
-        // Left by an earlier run of the daemon: used as it is.
-        if (db_open_existing(ram, set->db) == SQLITE_OK) return purge_main(set->db, now);
+        // Left by an earlier run of the daemon: used as it is, or, when it is
+        // not a complete database, rebuilt in place as recovery would.
+        if (db_open_existing(ram, set->db, tallyd_schema::main) == SQLITE_OK)
+            return purge_main(set->db, now);
+        damaged = true;
     } else {
         db_fs_mkdir_p(tallyd_path(TALLYD_RAM_DIR));
     }
     if (!flash_copy_exists(kMainBase)) {
-        // Without the main copy the saved state is not trusted as a whole:
-        // everything in the flash directory goes, avp_flash.db included,
-        // before the flash opener runs and builds a new one.
-        db_fs_empty_dir(tallyd_path(TALLYD_FLASH_DIR));
-    } else if (restore_from_flash(kMainBase, set->db)) {
+        // No RAM file and no main copy at start-up: the saved state is not
+        // trusted as a whole and everything in the flash directory goes,
+        // avp_flash.db included, before the flash opener builds a new one. A
+        // damaged RAM file costs only itself.
+        if (at_start && !damaged) db_fs_empty_dir(tallyd_path(TALLYD_FLASH_DIR));
+    } else if (restore_from_flash(kMainBase, set->db, tallyd_schema::main)) {
         return purge_main(set->db, now);
     }
     return build_main(set, ram);
+}
+
+}  // namespace
+
+int tallyd_create_avp_db(tallyd_db_set_t *set) {
+    return open_main(set, true);
+}
+
+int tallyd_reopen_avp_db(tallyd_db_set_t *set) {
+    return open_main(set, false);
 }
 
 int tallyd_create_avp_flash_db(tallyd_db_set_t *set) {
@@ -127,13 +154,14 @@ int tallyd_create_avp_flash_db(tallyd_db_set_t *set) {
     uint32_t now = tallyd_now();
     std::string path = db_fs_db_path(TALLYD_FLASH_DIR, kFlashBase);
     if (db_fs_exists(path)) {
-        if (db_open_existing(path, set->db_flash) == SQLITE_OK) {
+        if (db_open_existing(path, set->db_flash, tallyd_schema::flash) == SQLITE_OK) {
             int rc = tallyd_purge_week(now - kWeek, set->db_flash);
             if (rc == 0) rc = tallyd_purge_month(now - kMonth, set->db_flash);
             return rc;
         }
         tallyd_log(LOG_ERR, "tallyd, open the old %s failed\n", "avp_flash.db");
-        db_fs_rm_rf(path);
+        // Week and month rows may still be read out of it by hand.
+        db_fs_move_aside(path);
     } else {
         db_fs_mkdir_p(tallyd_path(TALLYD_FLASH_DIR));
     }
@@ -168,9 +196,11 @@ int tallyd_create_avp_backup_hour_db(tallyd_db_set_t *set) {
     if (!set) return -1;
     uint32_t cut = tallyd_now() - kTwoHours;
     std::string ram = db_fs_db_path(TALLYD_RAM_DIR, kBackupBase);
-    if (db_fs_exists(ram) && db_open_existing(ram, set->backup_hour_db) == SQLITE_OK)
+    if (db_fs_exists(ram) &&
+        db_open_existing(ram, set->backup_hour_db, tallyd_schema::backup) == SQLITE_OK)
         return tallyd_purge_backup(cut, set->backup_hour_db);
-    if (flash_copy_exists(kBackupBase) && restore_from_flash(kBackupBase, set->backup_hour_db))
+    if (flash_copy_exists(kBackupBase) &&
+        restore_from_flash(kBackupBase, set->backup_hour_db, tallyd_schema::backup))
         return tallyd_purge_backup(cut, set->backup_hour_db);
     tallyd_build_avp_backup_hour_db(set);
     return 0;
@@ -189,13 +219,14 @@ int tallyd_create_statistic_db(tallyd_db_set_t *set) {
     if (!set) return -1;
     uint32_t now = tallyd_now();
     std::string ram = db_fs_db_path(TALLYD_RAM_DIR, kStatisticBase);
-    if (db_fs_exists(ram) && db_open_existing(ram, set->statistic_db) == SQLITE_OK) {
+    if (db_fs_exists(ram) &&
+        db_open_existing(ram, set->statistic_db, tallyd_schema::statistic) == SQLITE_OK) {
         tallyd_purge_statistic(now - kTwoHours, set->statistic_db, 7200);
         tallyd_purge_statistic(now - kDay, set->statistic_db, 86400);
         return 0;
     }
     if (flash_copy_exists(kStatisticBase) &&
-        restore_from_flash(kStatisticBase, set->statistic_db)) {
+        restore_from_flash(kStatisticBase, set->statistic_db, tallyd_schema::statistic_restored)) {
         // Daily before hourly here, unlike a file found in RAM; and only a
         // file that comes back from flash can be of an older layout.
         tallyd_purge_statistic(now - kDay, set->statistic_db, 86400);

@@ -19,7 +19,14 @@ int tallyd_db_open(const std::string &path, int flags, sql_conn &conn);
 // -1 otherwise (after printing which one failed).
 int tallyd_init_avp_db(tallyd_db_set_t *set);
 
-int tallyd_create_avp_db(tallyd_db_set_t *set);        // db: restore, verify, create
+// Existing files that are not complete databases of their kind (garbage, a
+// truncated or zero-byte file, a missing table) are logged and rebuilt: a RAM
+// file as recovery would rebuild it, avp_flash.db after being moved aside as
+// avp_flash.db.bad.
+int tallyd_create_avp_db(tallyd_db_set_t *set);  // db at start-up: restore, verify, create
+// db rebuilt while running: as at start-up, but the flash directory, where
+// avp_flash.db is open, is never emptied.
+int tallyd_reopen_avp_db(tallyd_db_set_t *set);
 int tallyd_create_avp_flash_db(tallyd_db_set_t *set);  // db_flash
 int tallyd_create_avp_temp_db(tallyd_db_set_t *set);   // temp_db, always fresh
 int tallyd_create_avp_backup_hour_db(tallyd_db_set_t *set);

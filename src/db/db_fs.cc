@@ -28,6 +28,12 @@ void db_fs_rm(const std::string &path) {
     fs::remove(path, ec);
 }
 
+void db_fs_move_aside(const std::string &path) {
+    std::error_code ec;
+    fs::rename(path, path + ".bad", ec);
+    if (ec) fs::remove_all(path, ec);
+}
+
 namespace {
 
 // Entries of dir whose names start with prefix, listed before any of them is

@@ -20,6 +20,10 @@ void db_fs_rm_rf(const std::string &path);
 // rm path (a plain file)
 void db_fs_rm(const std::string &path);
 
+// mv path path.bad: a damaged file kept for a look by hand, replacing an
+// older one (removed when it cannot be renamed).
+void db_fs_move_aside(const std::string &path);
+
 // rm -rf dir/*: every entry except those whose name starts with a dot, as the
 // shell's glob would.
 void db_fs_empty_dir(const std::string &dir);

@@ -13,7 +13,7 @@ namespace {
 void rebuild_main() {
     tallyd_db_set.db.close();
     db_fs_rm(tallyd_path(TALLYD_DB_MAIN));
-    tallyd_create_avp_db(&tallyd_db_set);
+    tallyd_reopen_avp_db(&tallyd_db_set);
     tallyd_log(LOG_WARNING, "tallyd, recover hour and day tables from malformed\n");
 }
 
@@ -31,7 +31,7 @@ void rebuild_backup() {
 
 void rebuild_flash() {
     tallyd_db_set.db_flash.close();
-    db_fs_rm(tallyd_path(TALLYD_DB_FLASH));
+    db_fs_move_aside(tallyd_path(TALLYD_DB_FLASH));
     tallyd_create_avp_flash_db(&tallyd_db_set);
     tallyd_log(LOG_WARNING, "tallyd, recover week and month tables from malformed\n");
 }

@@ -1,8 +1,10 @@
 // Rebuild of corrupt databases and the one schema migration.
 //
 // Whoever meets "database disk image is malformed" asks for the affected
-// databases to be deleted and built anew through their openers; the mask
-// names which. Bits are handled in the order db, temp_db, backup_hour_db,
+// databases to be deleted and built anew through their openers (a damaged
+// avp_flash.db is kept aside as avp_flash.db.bad); the mask names which. A
+// rebuild removes and recreates only the databases it names: the flash
+// directory is emptied at start-up only. Bits are handled in the order db, temp_db, backup_hour_db,
 // db_flash, statistic_db, so one call can rebuild several databases.
 #pragma once
 

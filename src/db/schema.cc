@@ -1,6 +1,8 @@
 #include "db/schema.h"
 
+#include <set>
 #include <span>
+#include <string>
 
 #include "db/sql.h"
 
@@ -250,4 +252,58 @@ int tallyd_create_statistic_tables(sql_conn &statistic_db) {
     if (create_all(statistic_db, kStatisticTables) != 0) return -1;
     if (tallyd_create_statis_ap_wlan(statistic_db) != 0) return -1;
     return tallyd_create_statis_ap_chart(statistic_db);
+}
+
+namespace {
+
+using enum tallyd_table;
+constexpr tallyd_table kMainSchema[] = {
+    avp_app_client_hour, avp_curve_client,    avp_ap_ssid_hour,
+    avp_all_group_hour,  avp_top_client_hour, avp_ap,
+    avp_ap_day,          avp_ssid_day,        avp_top_client_day,
+};
+constexpr tallyd_table kFlashSchema[] = {avp_ap_week, avp_ssid_week, avp_ap_month, avp_ssid_month};
+constexpr tallyd_table kBackupSchema[] = {avp_top_client_backup, avp_ap_backup, avp_ssid_backup};
+// The tables the migration rebuilds come last.
+constexpr tallyd_table kStatisticSchema[] = {
+    statis_ap_h,     statis_ap_d,     statis_client_info_h, statis_client_info_d,
+    statis_client_h, statis_client_d, statis_ap_wlan,       statis_ap_chart,
+};
+
+std::span<const tallyd_table> schema_tables(tallyd_schema schema) {
+    switch (schema) {
+        case tallyd_schema::main:
+            return kMainSchema;
+        case tallyd_schema::flash:
+            return kFlashSchema;
+        case tallyd_schema::backup:
+            return kBackupSchema;
+        case tallyd_schema::statistic:
+            return kStatisticSchema;
+        case tallyd_schema::statistic_restored:
+            return std::span(kStatisticSchema).first(6);
+    }
+    return {};
+}
+
+}  // namespace
+
+int tallyd_schema_check(sql_conn &conn, tallyd_schema schema, sql_error *err) {
+    sql_error local;
+    sql_error &e = err ? *err : local;
+    sql_table names;
+    // Reading sqlite_master is what fails on a file that is not a database
+    // or is shorter than its header says.
+    if (sql_get_table(conn.get(), "SELECT name FROM sqlite_master WHERE type='table'", names, &e) !=
+        SQLITE_OK)
+        return e.rc;
+    std::set<std::string> present;
+    for (int r = 0; r < names.rows(); ++r)
+        if (names.at(r, 0)) present.insert(names.at(r, 0));
+    for (tallyd_table t : schema_tables(schema)) {
+        if (present.contains(tallyd_table_name(t))) continue;
+        e = {SQLITE_ERROR, std::string("no such table: ") + tallyd_table_name(t)};
+        return SQLITE_ERROR;
+    }
+    return SQLITE_OK;
 }

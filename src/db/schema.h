@@ -9,6 +9,7 @@
 #include <cstdint>
 
 #include "db/sql.h"
+#include "db/tables.h"
 
 int tallyd_create_main_tables(sql_conn &db);
 int tallyd_create_flash_tables(sql_conn &db_flash);
@@ -25,3 +26,14 @@ int tallyd_create_statis_ap_chart(sql_conn &statistic_db);  // table and index
 // is opened; unset, a new table starts empty.
 using tallyd_ap_wlan_seeder = void (*)(sql_conn &statistic_db);
 void tallyd_set_ap_wlan_seeder(tallyd_ap_wlan_seeder seeder);
+
+// The databases whose files are checked when they are opened, by the tables
+// their creator makes. statistic_restored is a statistic file taken back from
+// flash: an older layout may lack statis_ap_wlan or statis_ap_chart, which
+// the migration then builds.
+enum class tallyd_schema : uint8_t { main, flash, backup, statistic, statistic_restored };
+
+// 0 when conn's schema can be read and holds every table of schema; else the
+// SQLite code with err (optional) holding SQLite's message, or "no such
+// table: <name>" for the first table missing.
+int tallyd_schema_check(sql_conn &conn, tallyd_schema schema, sql_error *err = nullptr);

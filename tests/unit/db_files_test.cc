@@ -3,6 +3,7 @@
 #include "db/db_files.h"
 
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 
 #include <cstdlib>
 #include <filesystem>
@@ -10,6 +11,7 @@
 
 #include "base/clock.h"
 #include "db/recover.h"
+#include "db/schema.h"
 #include "support/db_test.h"
 
 namespace fs = std::filesystem;
@@ -48,6 +50,11 @@ class DbFiles : public db_root_test {
         std::string cmd =
             "md5sum " + path(dev(kRam, base + ".db")) + " > " + path(dev(kFlash, base + ".md5"));
         ASSERT_EQ(0, std::system(cmd.c_str()));
+    }
+
+    ino_t inode(const std::string &device_path) const {
+        struct stat st {};
+        return ::stat(path(device_path).c_str(), &st) == 0 ? st.st_ino : 0;
     }
 
     // A reboot: the daemon stops, RAM is gone, time has passed.
@@ -196,6 +203,7 @@ TEST_F(DbFiles, RecoveryRebuildsExactlyTheDatabasesOfTheMask) {
     ASSERT_EQ(0, tallyd_init_avp_db(&tallyd_db_set));
     put_rows();
     sqlite3 *flash = tallyd_db_set.db_flash.get();
+    const auto flash_inode = inode(dev(kFlash, "avp_flash.db"));
 
     tallyd_recover_from_malformed(TALLYD_RECOVER_NONE);
     EXPECT_EQ(1, count_rows(tallyd_db_set.db, "avp_ap"));
@@ -211,16 +219,88 @@ TEST_F(DbFiles, RecoveryRebuildsExactlyTheDatabasesOfTheMask) {
     EXPECT_EQ(1, count_rows(tallyd_db_set.backup_hour_db, "avp_ap_backup"));
     EXPECT_TRUE(logged(LOG_WARNING, "tallyd, recover hour and day tables from malformed\n"));
     EXPECT_EQ(0, log_count("week and month"));
-    // No flash copy of avp_1.0: the rebuild emptied the flash directory
-    // under the open flash database.
-    EXPECT_FALSE(exists(dev(kFlash, "avp_flash.db")));
+    // No flash copy of avp_1.0, yet the rebuild while running leaves the
+    // flash directory alone: the open avp_flash.db is still the file there.
+    EXPECT_EQ(flash_inode, inode(dev(kFlash, "avp_flash.db")));
+    EXPECT_EQ(SQLITE_OK, sql_exec(flash, "INSERT INTO avp_ap_week(time) VALUES(0)"));
+    {
+        sql_conn reader = open_db(path(dev(kFlash, "avp_flash.db")));
+        EXPECT_EQ(2, count_rows(reader, "avp_ap_week"));
+    }
 
     tallyd_recover_from_malformed(TALLYD_RECOVER_FLASH | TALLYD_RECOVER_BACKUP);
     EXPECT_TRUE(exists(dev(kFlash, "avp_flash.db")));
+    EXPECT_EQ(flash_inode, inode(dev(kFlash, "avp_flash.db.bad")));  // kept aside
     EXPECT_EQ(0, count_rows(tallyd_db_set.db_flash, "avp_ap_week"));
     EXPECT_EQ(0, count_rows(tallyd_db_set.backup_hour_db, "avp_ap_backup"));
     EXPECT_EQ(1, count_rows(tallyd_db_set.statistic_db, "statis_ap_wlan"));
     EXPECT_TRUE(logged(LOG_WARNING, "tallyd, recover week and month tables from malformed\n"));
+}
+
+TEST_F(DbFiles, DamagedFilesAreRebuiltAndCostOnlyThemselves) {
+    enum { kGarbage, kTruncated, kEmpty };
+    auto damage = [&](const std::string &file, int fault) {
+        std::string bytes = read_file(file);
+        ASSERT_GT(bytes.size(), 8192u) << file;
+        if (fault == kGarbage) bytes.assign(bytes.size(), '\x5a');
+        if (fault == kTruncated) bytes.resize(bytes.size() / 2);
+        if (fault == kEmpty) bytes.clear();
+        write_file(file, bytes);
+    };
+    struct ram_db {
+        const char *file;
+        sql_conn tallyd_db_set_t::*conn;
+        tallyd_schema schema;
+        const char *marker;  // the fresh file's marker table
+    };
+    const ram_db kRamDbs[] = {
+        {"avp_1.0.db", &tallyd_db_set_t::db, tallyd_schema::main, "avp_top_client_day"},
+        {"avp_backup_hour.db", &tallyd_db_set_t::backup_hour_db, tallyd_schema::backup,
+         "avp_top_client_backup"},
+        {"statistic.db", &tallyd_db_set_t::statistic_db, tallyd_schema::statistic,
+         "statis_client_d"},
+    };
+    for (const ram_db &r : kRamDbs) {
+        for (int fault : {kGarbage, kTruncated, kEmpty}) {
+            SCOPED_TRACE(std::string(r.file) + " fault " + std::to_string(fault));
+            ASSERT_EQ(0, tallyd_init_avp_db(&tallyd_db_set));
+            put_rows();
+            close_all_databases();
+            damage(dev(kRam, r.file), fault);
+
+            ASSERT_EQ(0, tallyd_init_avp_db(&tallyd_db_set)) << log_dump();
+            sql_conn &conn = tallyd_db_set.*r.conn;
+            EXPECT_EQ(SQLITE_OK, tallyd_schema_check(conn, r.schema));
+            EXPECT_EQ(1, count_rows(conn, r.marker));
+            EXPECT_EQ(1, log_count(std::string(r.file) + " is not a usable database"));
+            // The week rows on flash outlive the damaged RAM file.
+            EXPECT_EQ(1, count_rows(tallyd_db_set.db_flash, "avp_ap_week"));
+            close_all_databases();
+            fs::remove_all(path(kRam));
+            fs::remove_all(path(kFlash));
+            log_.clear();
+        }
+    }
+
+    for (int fault : {kGarbage, kEmpty}) {
+        SCOPED_TRACE(fault);
+        ASSERT_EQ(0, tallyd_init_avp_db(&tallyd_db_set));
+        put_rows();
+        close_all_databases();
+        damage(dev(kFlash, "avp_flash.db"), fault);
+        const std::string damaged = read_file(dev(kFlash, "avp_flash.db"));
+        write_file(dev(kFlash, "avp_flash.db.bad"), "an older one");
+
+        ASSERT_EQ(0, tallyd_init_avp_db(&tallyd_db_set)) << log_dump();
+        EXPECT_EQ(damaged, read_file(dev(kFlash, "avp_flash.db.bad")));
+        EXPECT_EQ(SQLITE_OK, tallyd_schema_check(tallyd_db_set.db_flash, tallyd_schema::flash));
+        EXPECT_EQ("---", query_list(tallyd_db_set.db_flash, "SELECT app FROM avp_ssid_week"));
+        EXPECT_EQ(1, count_rows(tallyd_db_set.db, "avp_ap"));
+        EXPECT_TRUE(logged(LOG_ERR, "tallyd, open the old avp_flash.db failed\n"));
+        close_all_databases();
+        fs::remove_all(path(kRam));
+        log_.clear();
+    }
 }
 
 TEST_F(DbFiles, OnlyARestoredStatisticFileIsMigrated) {
@@ -228,7 +308,10 @@ TEST_F(DbFiles, OnlyARestoredStatisticFileIsMigrated) {
     write_file(dev(kRam, "placeholder"), "");
     write_file(dev(kFlash, "placeholder"), "");
     sql_conn old = open_db(path(dev(kRam, "statistic.db")));
+    ASSERT_EQ(0, tallyd_create_statistic_tables(old));
     ASSERT_EQ(SQLITE_OK, sql_exec(old.get(),
+                                  "DROP TABLE statis_ap_wlan; DROP TABLE statis_ap_chart;"
+                                  "DROP TABLE statis_client_d;"
                                   "CREATE TABLE statis_ap_wlan(time, ap_id, wlan_id, apgrp_id);"
                                   "INSERT INTO statis_ap_wlan VALUES(0, 1, 2, 3);"
                                   "CREATE TABLE statis_ap_chart(time, ap_id, tx_bytes);"
