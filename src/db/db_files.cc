@@ -105,6 +105,9 @@ int tallyd_db_open(const std::string &path, int flags, sql_conn &conn) {
     int rc = sqlite3_open_v2(path.c_str(), &handle, flags, nullptr);
     // SQLite hands out a handle even when opening fails; it is closed here.
     sql_conn opened(handle);
+    // A reader elsewhere (a backup, the operator's sqlite3) holds its lock for
+    // a moment; waiting longer would stall the one loop that serves requests.
+    sqlite3_busy_timeout(handle, TALLYD_DB_BUSY_TIMEOUT_MS);
     if (rc == SQLITE_OK) conn = std::move(opened);
     return rc;
 }

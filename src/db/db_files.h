@@ -11,8 +11,14 @@
 
 #include "db/db_set.h"
 
+// How long a statement waits for another connection's lock before it fails
+// with "database is locked" (which is never taken for damage: the work is
+// left to the task's next run).
+inline constexpr int TALLYD_DB_BUSY_TIMEOUT_MS = 100;
+
 // sqlite3_open_v2 of path into conn, closing what conn held first; a failed
-// open always leaves conn closed. Returns the SQLite code.
+// open always leaves conn closed. The connection gets the busy timeout.
+// Returns the SQLite code.
 int tallyd_db_open(const std::string &path, int flags, sql_conn &conn);
 
 // 0 when db, db_flash, temp_db, backup_hour_db and statistic_db are all open,

@@ -48,32 +48,34 @@ int purge_group(std::span<const tallyd_table> tables, uint32_t cut, sql_conn &co
     return 0;
 }
 
-bool needs_recovery(const sql_error &err) {
-    return err.text == TALLYD_ERR_MALFORMED || err.text == TALLYD_ERR_LOCKED;
-}
-
 }  // namespace
 
 int tallyd_delete_by_time(tallyd_table table, uint32_t cut, sql_conn &conn, uint32_t mask) {
     unsigned long now = tallyd_now();
     const char *name = tallyd_table_name(table);
     sql_error err;
-    // A failed statement leaves the transaction open: nothing rolls back.
     if (sql_exec_log_msg(conn.get(), "BEGIN TRANSACTION",
-                         "tallyd, delete record BEGIN,  aErrMsg = %s\n", &err) == SQLITE_OK) {
-        char sql[128];
-        if (cut != 0)
-            std::snprintf(sql, sizeof sql, kDeleteTimed, name, static_cast<unsigned long>(cut),
-                          now);
-        else
-            std::snprintf(sql, sizeof sql, kDeleteAll, name);
-        if (sql_exec_log(conn.get(), sql, "tallyd, value = %s, aErrMsg = %s\n", &err) ==
-                SQLITE_OK &&
-            sql_exec_log_msg(conn.get(), "COMMIT TRANSACTION",
-                             "tallyd, delete record COMMIT, aErrMsg = %s\n", &err) == SQLITE_OK)
-            return 0;
+                         "tallyd, delete record BEGIN,  aErrMsg = %s\n", &err) != SQLITE_OK) {
+        if (err.malformed()) tallyd_recover_from_malformed(mask);
+        return -1;
     }
-    if (needs_recovery(err)) tallyd_recover_from_malformed(mask);
+    char sql[128];
+    if (cut != 0)
+        std::snprintf(sql, sizeof sql, kDeleteTimed, name, static_cast<unsigned long>(cut), now);
+    else
+        std::snprintf(sql, sizeof sql, kDeleteAll, name);
+    if (sql_exec_log(conn.get(), sql, "tallyd, value = %s, aErrMsg = %s\n", &err) == SQLITE_OK &&
+        sql_exec_log_msg(conn.get(), "COMMIT TRANSACTION",
+                         "tallyd, delete record COMMIT, aErrMsg = %s\n", &err) == SQLITE_OK)
+        return 0;
+    if (err.text == TALLYD_ERR_LOCKED) {
+        // Another connection's lock, not damage: the delete is undone so that
+        // the connection is free, and the next run deletes these rows.
+        sql_exec(conn.get(), "ROLLBACK TRANSACTION");
+    } else if (err.malformed()) {
+        tallyd_recover_from_malformed(mask);
+    }
+    // Any other failure leaves the transaction open: nothing rolls back.
     return -1;
 }
 

@@ -3,9 +3,10 @@
 // Every function returns 0 on success and -1 (or the first failure of a
 // group) otherwise. A cut of 0 deletes the whole table; any other cut deletes
 // rows with 0 < time < cut and rows stamped after now, keeping time 0 rows.
-// A malformed (or locked) database met by the delete primitive starts
-// tallyd_recover_from_malformed with the given mask; a failed statement
-// leaves its transaction open.
+// A malformed database met by the delete primitive starts
+// tallyd_recover_from_malformed with the given mask and a failed statement
+// leaves its transaction open; a locked one (another connection's lock outlasting
+// the busy timeout) is logged and rolled back, and the next run deletes.
 #pragma once
 
 #include <cstdint>

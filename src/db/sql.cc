@@ -186,8 +186,15 @@ sql_stmt sql_prepare(sqlite3 *db, const char *sql, sql_error *err) {
     return sql_stmt(s);
 }
 
-sql_conn::sql_conn(sql_conn &&o) noexcept : db_(o.db_), stmts_(std::move(o.stmts_)) {
+sql_conn::sql_conn(sqlite3 *db) : db_(db) {
+    static uint64_t opened = 0;
+    if (db_) serial_ = ++opened;
+}
+
+sql_conn::sql_conn(sql_conn &&o) noexcept
+    : db_(o.db_), serial_(o.serial_), stmts_(std::move(o.stmts_)) {
     o.db_ = nullptr;
+    o.serial_ = 0;
     o.stmts_.clear();
 }
 
@@ -195,8 +202,10 @@ sql_conn &sql_conn::operator=(sql_conn &&o) noexcept {
     if (this != &o) {
         close();
         db_ = o.db_;
+        serial_ = o.serial_;
         stmts_ = std::move(o.stmts_);
         o.db_ = nullptr;
+        o.serial_ = 0;
         o.stmts_.clear();
     }
     return *this;
@@ -223,6 +232,7 @@ void sql_conn::close() {
     stmts_.clear();
     if (db_) sqlite3_close_v2(db_);
     db_ = nullptr;
+    serial_ = 0;
 }
 
 sql_txn::sql_txn(sqlite3 *db, sql_error *err) : db_(db) {

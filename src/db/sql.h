@@ -196,7 +196,7 @@ sql_stmt sql_prepare(sqlite3 *db, const char *sql, sql_error *err = nullptr);
 class sql_conn {
    public:
     sql_conn() = default;
-    explicit sql_conn(sqlite3 *db) : db_(db) {}
+    explicit sql_conn(sqlite3 *db);
     ~sql_conn() { close(); }
     sql_conn(sql_conn &&o) noexcept;
     sql_conn &operator=(sql_conn &&o) noexcept;
@@ -209,6 +209,10 @@ class sql_conn {
 
     sqlite3 *get() const { return db_; }
     explicit operator bool() const { return db_ != nullptr; }
+    // A number no other connection of this process had (0 while closed): a
+    // caller that remembers something about a database tells by it whether
+    // the database was rebuilt since.
+    uint64_t serial() const { return serial_; }
 
     // The statement of sql (matched by its text), prepared on first use and
     // kept for the life of the connection, returned reset with every
@@ -224,6 +228,7 @@ class sql_conn {
     };
 
     sqlite3 *db_ = nullptr;
+    uint64_t serial_ = 0;
     std::unordered_map<std::string, sql_stmt, text_hash, std::equal_to<>> stmts_;
 };
 

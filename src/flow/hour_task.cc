@@ -1,5 +1,8 @@
 #include "flow/hour_task.h"
 
+#include <cstdio>
+#include <cstdlib>
+
 #include "base/clock.h"
 #include "base/log.h"
 #include "base/path.h"
@@ -30,6 +33,42 @@ bool roll_up(rollup_fn fn, tallyd_table table, const char *failed) {
     return false;
 }
 
+// Rows of avp_base that were rolled up but could not be deleted afterwards
+// (another connection held avp_temp.db past the busy timeout): those up to
+// rowid `through` of the connection `serial`. Newer rows have larger rowids.
+struct rolled_up {
+    uint64_t serial = 0;
+    int64_t through = 0;
+};
+rolled_up pending_clear;
+
+int64_t last_rowid(sql_conn &temp_db) {
+    sql_table t;
+    if (sql_get_table(temp_db.get(), "SELECT MAX(rowid) FROM avp_base", t) != SQLITE_OK ||
+        t.rows() < 1 || !t.at(0, 0))
+        return 0;
+    return std::atoll(t.at(0, 0));
+}
+
+// Deletes the rows an earlier run rolled up and could not delete; true when
+// none are left (a rebuilt avp_temp.db has none of them). While they stay, a
+// rollup would count them twice.
+bool clear_rolled_up(sql_conn &temp_db) {
+    if (pending_clear.serial != temp_db.serial()) pending_clear = {};
+    if (pending_clear.through == 0) return true;
+    char sql[64];
+    std::snprintf(sql, sizeof sql, "DELETE FROM avp_base WHERE rowid<=%lld",
+                  static_cast<long long>(pending_clear.through));
+    sql_error err;
+    sql_txn txn(temp_db.get(), &err);
+    if (!txn.ok() || sql_exec(temp_db.get(), sql, &err) != SQLITE_OK || txn.commit(&err) != 0) {
+        tallyd_log(LOG_ERR, "tallyd, value = %s, aErrMsg = %s\n", sql, err.text.c_str());
+        return false;
+    }
+    pending_clear = {};
+    return true;
+}
+
 }  // namespace
 
 void tallyd_pre_handle_hour(void *, void *) {
@@ -43,6 +82,8 @@ void tallyd_pre_handle_hour(void *, void *) {
     tallyd_check_db_size(1, tallyd_path(TALLYD_DB_MAIN).c_str());
     tallyd_purge_hour(now - kHourKeep, tallyd_db_set.db);
 
+    if (!clear_rolled_up(tallyd_db_set.temp_db)) return;  // the next run rolls up
+    const int64_t through = last_rowid(tallyd_db_set.temp_db);
     if (!roll_up(tallyd_pre_handle_avp_app_all, tallyd_table::avp_all_group_hour,
                  "tallyd, tallyd_pre_handle_avp_app_all was failed\n") ||
         !roll_up(tallyd_pre_handle_avp_ap_ssid, tallyd_table::avp_ap_ssid_hour,
@@ -50,5 +91,8 @@ void tallyd_pre_handle_hour(void *, void *) {
         !roll_up(tallyd_pre_handle_avp_top_client, tallyd_table::avp_top_client_hour,
                  "tallyd, tallyd_pre_handle_avp_top_client was failed\n"))
         return;
-    tallyd_delete_by_time(tallyd_table::avp_base, 0, tallyd_db_set.temp_db, TALLYD_RECOVER_NONE);
+    if (tallyd_delete_by_time(tallyd_table::avp_base, 0, tallyd_db_set.temp_db,
+                              TALLYD_RECOVER_NONE) != 0 &&
+        tallyd_db_set.temp_db)
+        pending_clear = {tallyd_db_set.temp_db.serial(), through};
 }

@@ -117,7 +117,10 @@ void commit_run() {
     tallyd_dict_flush();  // the run's new AP and SSID ids before the rows naming them
     if (sql_exec(temp_db, "COMMIT TRANSACTION", &err) == SQLITE_OK) return;
     tallyd_log(LOG_ERR, "tallyd, flow commit aErrMsg = %s\n", err.text.c_str());
-    // The run's rows are lost; a transaction still open would otherwise
+    // Another connection's lock: the transaction stays open, the next run's
+    // BEGIN finds it and its COMMIT takes these rows along.
+    if (err.text == TALLYD_ERR_LOCKED) return;
+    // Otherwise the run's rows are lost; a transaction still open would
     // swallow the next run's BEGIN and carry these rows into it.
     if (temp_db && !sqlite3_get_autocommit(temp_db)) sql_exec(temp_db, "ROLLBACK TRANSACTION");
 }

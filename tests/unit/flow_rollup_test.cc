@@ -274,3 +274,49 @@ TEST_F(FlowRollup, MalformedDatabasesAreRebuiltAndTheScheduleGoesOn) {
     tallyd_pre_handle_hour(nullptr, nullptr);
     EXPECT_EQ(rows_of(kAppAll), app_all(next));
 }
+
+TEST_F(FlowRollup, AReaderOfTheMainDatabaseDelaysTheBucketsWithoutLosingThem) {
+    const flows_t flows = make_flows(3, 200);
+    add_flows(flows);
+    sql_conn reader = open_db(path("/tmp/tallyd/avp_1.0.db"));
+    exec(reader, "BEGIN; SELECT COUNT(*) FROM avp_all_group_hour");
+    tallyd_pre_handle_hour(nullptr, nullptr);
+    EXPECT_TRUE(armed(tallyd_pre_handle_hour));
+    EXPECT_EQ(0, count_rows(reader, "avp_all_group_hour"));
+    EXPECT_EQ(0, log_count("recover")) << log_dump();
+    EXPECT_GT(log_count("database is locked"), 0);
+
+    // The reader goes; the next run writes the buckets, each one once.
+    exec(reader, "COMMIT");
+    tallyd_clock_advance(300);
+    tallyd_pre_handle_hour(nullptr, nullptr);
+    EXPECT_EQ(rows_of(kAppAll), app_all(flows));
+    EXPECT_EQ(static_cast<int64_t>(app_all(flows).size()),
+              count_rows(reader, "avp_all_group_hour"));
+    EXPECT_EQ(static_cast<int64_t>(top_client(flows).size()),
+              count_rows(reader, "avp_top_client_hour"));
+}
+
+TEST_F(FlowRollup, ABucketHeldInTheStagingFileIsCountedOnce) {
+    const flows_t flows = make_flows(5, 200);
+    add_flows(flows);
+    sql_conn reader = open_db(path("/tmp/tallyd/avp_temp.db"));
+    exec(reader, "BEGIN; SELECT COUNT(*) FROM avp_base");
+    // Rolled up, but avp_base cannot be emptied; the next run must not roll
+    // the same rows up again while they stay.
+    for (int run = 0; run < 2; ++run) {
+        tallyd_pre_handle_hour(nullptr, nullptr);
+        tallyd_clock_advance(300);
+    }
+    EXPECT_EQ(static_cast<int64_t>(app_all(flows).size()),
+              count_rows(tallyd_db_set.db, "avp_all_group_hour"));
+    EXPECT_EQ(0, log_count("recover"));
+
+    exec(reader, "COMMIT");
+    const flows_t later = make_flows(6, 50);
+    add_flows(later, kT0 + 600);
+    tallyd_pre_handle_hour(nullptr, nullptr);
+    EXPECT_EQ(0, count_rows(tallyd_db_set.temp_db, "avp_base"));
+    EXPECT_EQ(static_cast<int64_t>(app_all(flows).size() + app_all(later).size()),
+              count_rows(tallyd_db_set.db, "avp_all_group_hour"));
+}
