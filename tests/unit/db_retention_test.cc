@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <string>
+#include <tuple>
 
 #include "base/clock.h"
 #include "base/sys_info.h"
@@ -99,44 +100,34 @@ TEST_F(DbRetention, FailedDeleteLeavesItsTransactionOpen) {
 }
 
 TEST_F(DbRetention, AReaderHoldingADatabaseDelaysItsPurgeAndNeverRebuildsIt) {
-    struct target {
-        const char *file;
-        sql_conn tallyd_db_set_t::*conn;
-        const char *table;
-        int (*purge)(uint32_t, sql_conn &);
-    };
-    const target kTargets[] = {
-        {"/tmp/tallyd/avp_1.0.db", &tallyd_db_set_t::db, "avp_ap_day", tallyd_purge_day},
+    using purge_fn = int (*)(uint32_t, sql_conn &);
+    const std::tuple<sql_conn *, const char *, purge_fn> kTargets[] = {
+        {&tallyd_db_set.db, "avp_ap_day", tallyd_purge_day},
         // The week group's mask names db: a lock must not cost db either.
-        {"/etc/corvane-images/tallyd/avp_flash.db", &tallyd_db_set_t::db_flash, "avp_ap_week",
-         tallyd_purge_week},
-        {"/tmp/tallyd/avp_backup_hour.db", &tallyd_db_set_t::backup_hour_db, "avp_ap_backup",
-         tallyd_purge_backup},
-        {"/tmp/tallyd/statistic.db", &tallyd_db_set_t::statistic_db, "statis_ap_d",
+        {&tallyd_db_set.db_flash, "avp_ap_week", tallyd_purge_week},
+        {&tallyd_db_set.backup_hour_db, "avp_ap_backup", tallyd_purge_backup},
+        {&tallyd_db_set.statistic_db, "statis_ap_d",
          [](uint32_t cut, sql_conn &c) { return tallyd_purge_statistic(cut, c, 86400); }},
     };
     exec(tallyd_db_set.db, "INSERT INTO avp_ap(time) VALUES(0)");
-    for (const target &t : kTargets) {
-        SCOPED_TRACE(t.file);
-        sql_conn &conn = tallyd_db_set.*t.conn;
-        const sqlite3 *handle = conn.get();
-        exec(conn, std::string("INSERT INTO ") + t.table + "(time) VALUES(" +
-                       std::to_string(now_ - 10) + ")");
-        sql_conn reader = open_db(path(t.file));
-        exec(reader, std::string("BEGIN; SELECT COUNT(*) FROM ") + t.table);
+    for (const auto &[conn, table, purge] : kTargets) {
+        SCOPED_TRACE(table);
+        const sqlite3 *handle = conn->get();
+        exec(*conn, std::string("INSERT INTO ") + table + "(time) VALUES(1)");
+        sql_conn reader = open_db(sqlite3_db_filename(conn->get(), "main"));
+        exec(reader, std::string("BEGIN; SELECT COUNT(*) FROM ") + table);
         log_.clear();
-
-        EXPECT_EQ(-1, t.purge(now_, conn));
+        EXPECT_EQ(-1, purge(now_, *conn));
         EXPECT_EQ(1, log_count("aErrMsg = database is locked")) << log_dump();
         EXPECT_EQ(0, log_count("recover"));
-        EXPECT_EQ(handle, conn.get());
+        EXPECT_EQ(handle, conn->get());
         EXPECT_EQ(1, count_rows(tallyd_db_set.db, "avp_ap"));
-        EXPECT_EQ(1, count_rows(reader, t.table));
+        EXPECT_EQ(1, count_rows(reader, table));
 
         // The reader goes; the next run deletes what this one could not.
         exec(reader, "COMMIT");
-        EXPECT_EQ(0, t.purge(now_, conn)) << log_dump();
-        EXPECT_EQ(0, count_rows(reader, t.table));
+        EXPECT_EQ(0, purge(now_, *conn)) << log_dump();
+        EXPECT_EQ(0, count_rows(reader, table));
     }
 }
 
