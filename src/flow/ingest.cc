@@ -1,7 +1,6 @@
 #include "flow/ingest.h"
 
 #include <dirent.h>
-#include <fcntl.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -15,6 +14,7 @@
 #include "base/file.h"
 #include "base/log.h"
 #include "base/path.h"
+#include "base/regular_file.h"
 #include "db/db_set.h"
 #include "db/sql.h"
 #include "eloop/eloop.h"
@@ -72,14 +72,18 @@ int store_record(flow_sql &sql, ArcFlowRecord &r, uint32_t run_time, int32_t gro
     return sql.insert(row);
 }
 
-// The file ingester: 0 when the file could be opened, -1 when not.
-int ingest_file(flow_sql &sql, const std::string &dir, const char *name, uint32_t run_time) {
+// The file ingester: 0 when the file could be opened, -1 when not. Only a
+// regular file is opened, relative to the spool's own descriptor; a FIFO, a
+// socket, a directory or a link under a flow file's name counts as a file
+// that cannot be opened.
+int ingest_file(flow_sql &sql, int spool_fd, const std::string &dir, const char *name,
+                uint32_t run_time) {
     int32_t group = sql.group_id(name);
 
-    char path[PATH_MAX];
-    std::snprintf(path, sizeof path, "%s/%s", dir.c_str(), name);
-    unique_fd file(open(path, O_RDONLY | O_CLOEXEC));
-    if (!file) {
+    unique_fd file;
+    if (tallyd_open_regular(spool_fd, name, &file) != regular_open::ok) {
+        char path[PATH_MAX];
+        std::snprintf(path, sizeof path, "%s/%s", dir.c_str(), name);
         tallyd_log(LOG_DEBUG, "tallyd, failed to open %s\n", path);
         return -1;
     }
@@ -96,19 +100,19 @@ int ingest_file(flow_sql &sql, const std::string &dir, const char *name, uint32_
     return 0;
 }
 
-// "rm -rf <spool>/*": every entry whose name does not start with a dot,
-// including files that arrived while the run read the directory. Plain files
-// are unlinked directly; anything else is removed with its contents.
-void clear_spool(const std::string &dir) {
-    tallyd_dir d(opendir(dir.c_str()));
-    if (!d) return;
-    int fd = dirfd(d.get());
+// Removes one entry the run has listed, whatever it is: a plain file, a
+// FIFO, a socket or a link is unlinked (a link, not what it points at), a
+// directory is removed with its contents. Dot names go too: a flow file
+// named ".x" is read like any other, and one left behind would be counted
+// again by every run.
+void remove_entry(int spool_fd, const std::string &dir, const char *name) {
+    if (unlinkat(spool_fd, name, 0) == 0 || errno == ENOENT) return;
     std::error_code ec;
-    while (dirent *e = readdir(d.get())) {
-        if (e->d_name[0] == '.') continue;
-        if (unlinkat(fd, e->d_name, 0) == 0 || errno == ENOENT) continue;
-        std::filesystem::remove_all(std::filesystem::path(dir) / e->d_name, ec);
-    }
+    std::filesystem::remove_all(std::filesystem::path(dir) / name, ec);
+}
+
+bool is_self_or_parent(const char *name) {
+    return name[0] == '.' && (name[1] == '\0' || (name[1] == '.' && name[2] == '\0'));
 }
 
 void commit_run() {
@@ -139,18 +143,27 @@ int tallyd_handle_flow_clocked(uint32_t run_time, flow_clock_fn clock) {
     sql_exec(tallyd_db_set.temp_db.get(), "BEGIN TRANSACTION");
     {
         flow_sql sql;
+        const int spool_fd = dirfd(d.get());
+        bool reading = true;
+        // One pass over the directory: each entry listed is read (while the
+        // budget lasts, and when it is named like a flow file) and then
+        // removed. The entries the budget leaves unread are removed unread, so
+        // the spool never grows; a file that arrives during the run and is not
+        // listed stays for the next run rather than being deleted unread.
         while (dirent *e = readdir(d.get())) {
-            if (!is_flow_file(e->d_name)) continue;
-            ingest_file(sql, dir, e->d_name, run_time);
-            uint32_t elapsed = clock() - start;
-            if (elapsed >= kBudgetSeconds) {
-                tallyd_log(LOG_WARNING, "tallyd, handle flow, timeout=%d-sec\n",
-                           static_cast<int32_t>(elapsed));
-                break;
+            if (is_self_or_parent(e->d_name)) continue;
+            if (reading && is_flow_file(e->d_name)) {
+                ingest_file(sql, spool_fd, dir, e->d_name, run_time);
+                uint32_t elapsed = clock() - start;
+                if (elapsed >= kBudgetSeconds) {
+                    tallyd_log(LOG_WARNING, "tallyd, handle flow, timeout=%d-sec\n",
+                               static_cast<int32_t>(elapsed));
+                    reading = false;
+                }
             }
+            remove_entry(spool_fd, dir, e->d_name);
         }
     }
-    clear_spool(dir);
     commit_run();
     return 0;
 }

@@ -1,11 +1,13 @@
 // Flow ingestion: the flow task takes every flow file found in the spool
 // directory, stores each flow entry as one row of avp_base in temp_db, and
-// empties the spool.
+// removes every entry of the spool it listed.
 //
 // One run is one transaction on temp_db. Every row of a run carries the run
 // time. After each file the run checks a 12-second budget and stops reading
-// when it is used up; the spool is emptied either way, so files left unread
-// are dropped and the spool never grows. Bad files are logged and skipped.
+// when it is used up; every listed entry is removed either way, so files left
+// unread are dropped and the spool never grows. Bad files are logged and
+// skipped; only regular files are opened, and nothing else in the spool (a
+// FIFO, a socket, a directory, a link) is read or can make the run wait.
 #pragma once
 
 #include <cstdint>

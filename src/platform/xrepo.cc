@@ -53,10 +53,6 @@ bool list_name_ok(const char *path) {
     return path && path[0] != '\0' && path[0] != '.' && !std::strchr(path, '/');
 }
 
-std::string list_file(const char *path) {
-    return tallyd_path(TALLYD_XREPO_DIR) + "/" + path + ".xml";
-}
-
 bool is_element(pugi::xml_node n) {
     return n.type() == pugi::node_element;
 }
@@ -76,6 +72,10 @@ struct string_writer : pugi::xml_writer {
 
 }  // namespace
 
+std::string xrepo_list_path(const char *path) {
+    return tallyd_path(TALLYD_XREPO_DIR) + "/" + (path ? path : "") + ".xml";
+}
+
 struct xiter {
     pugi::xml_node next;
     std::string name;
@@ -86,12 +86,17 @@ xnode *xGetConfImpl(const char *caller, int line, const char *path, int /*flags*
     if (!list_name_ok(path)) return nullptr;
     auto copy = std::make_unique<xrepo_copy>();
     std::string why;
-    switch (xrepo_file_load(list_file(path), path, copy->doc, &why)) {
+    switch (xrepo_file_load(xrepo_list_path(path), path, copy->doc, &why)) {
         case xrepo_load_result::missing:
             return nullptr;
         case xrepo_load_result::malformed:
             tallyd_log(LOG_ERR, "tallyd, %s:%d: repository list %s is malformed (%s), ignored\n",
                        caller ? caller : "", line, path, why.c_str());
+            return nullptr;
+        case xrepo_load_result::not_regular:
+            tallyd_log(LOG_ERR,
+                       "tallyd, %s:%d: repository list %s is not a regular file, ignored\n",
+                       caller ? caller : "", line, xrepo_list_path(path).c_str());
             return nullptr;
         case xrepo_load_result::ok:
             break;
@@ -219,11 +224,20 @@ int repoSaveCurrent(const char *path, xnode *subtree) {
                    doc.document_element().name());
         return -1;
     }
-    std::string file = list_file(path);
+    std::string file = xrepo_list_path(path);
     pugi::xml_document on_disk;
-    if (xrepo_file_load(file, path, on_disk) == xrepo_load_result::malformed) {
-        tallyd_log(LOG_ERR, "tallyd, repository list %s is malformed, not overwritten\n", path);
-        return -1;
+    switch (xrepo_file_load(file, path, on_disk)) {
+        case xrepo_load_result::malformed:
+            tallyd_log(LOG_ERR, "tallyd, repository list %s is malformed, not overwritten\n", path);
+            return -1;
+        case xrepo_load_result::not_regular:
+            // Replacing it by a list of our own would start its ids again
+            // from nothing while the tables still hold the old ones.
+            tallyd_log(LOG_ERR, "tallyd, repository list %s is not a regular file, not replaced\n",
+                       file.c_str());
+            return -1;
+        default:
+            break;
     }
     string_writer w;
     doc.save(w, "  ");

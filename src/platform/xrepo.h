@@ -13,7 +13,10 @@
 //   the node.
 // - A missing list file is an absent list (null). A file that does not parse,
 //   or whose document element has another name, is logged and is absent too;
-//   such a file is never overwritten: a save of that list is refused.
+//   such a file is never overwritten: a save of that list is refused. The
+//   same goes for anything that is not a regular file (a FIFO, a directory,
+//   a symbolic link): it is never opened for reading, logged at error level,
+//   absent, and never replaced.
 // - repoSaveCurrent is atomic and durable: the list is written to a temporary
 //   file, synced, renamed over the list and the directory is synced, so a
 //   power cut leaves either the old or the new list.
@@ -24,6 +27,7 @@
 
 #include <cstdint>
 #include <memory>
+#include <string>
 
 namespace pugi {
 struct xml_node_struct;
@@ -90,6 +94,10 @@ xnode *xLinkChild(xnode *parent, xnode *child);
 // file on disk is malformed, or when writing fails (the old file is then
 // left as it was).
 int repoSaveCurrent(const char *path, xnode *subtree);
+
+// The file that holds list path ("<root>/etc/corvane/xrepo/avpap-list.xml"),
+// for log lines that name it.
+std::string xrepo_list_path(const char *path);
 
 // Ownership helpers for C++ callers: release a fetched copy or an iterator
 // when the scope ends.

@@ -8,6 +8,7 @@
 #include <filesystem>
 
 #include "base/file.h"
+#include "base/regular_file.h"
 
 namespace {
 
@@ -36,6 +37,18 @@ int write_synced(const std::string &tmp, std::string_view data, std::string *why
     return 0;
 }
 
+// The whole of an open regular file.
+int read_all(int fd, std::string *out) {
+    char buf[64 * 1024];
+    for (;;) {
+        ssize_t n = ::read(fd, buf, sizeof buf);
+        if (n < 0 && errno == EINTR) continue;
+        if (n < 0) return -1;
+        if (n == 0) return 0;
+        out->append(buf, static_cast<size_t>(n));
+    }
+}
+
 int sync_dir(const std::string &dir, std::string *why) {
     unique_fd fd(::open(dir.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
     if (fd.get() < 0 || ::fsync(fd.get()) != 0) return fail(why, "fsync " + dir);
@@ -46,8 +59,25 @@ int sync_dir(const std::string &dir, std::string *why) {
 
 xrepo_load_result xrepo_file_load(const std::string &path, std::string_view list,
                                   pugi::xml_document &doc, std::string *why) {
-    pugi::xml_parse_result r = doc.load_file(path.c_str());
-    if (r.status == pugi::status_file_not_found) return xrepo_load_result::missing;
+    unique_fd fd;
+    switch (tallyd_open_regular(AT_FDCWD, path.c_str(), &fd)) {
+        case regular_open::ok:
+            break;
+        case regular_open::missing:
+            return xrepo_load_result::missing;
+        case regular_open::not_regular:
+            if (why) *why = "not a regular file";
+            return xrepo_load_result::not_regular;
+        case regular_open::failed:
+            fail(why, "open " + path);
+            return xrepo_load_result::malformed;
+    }
+    std::string text;
+    if (read_all(fd.get(), &text) != 0) {
+        fail(why, "read " + path);
+        return xrepo_load_result::malformed;
+    }
+    pugi::xml_parse_result r = doc.load_buffer(text.data(), text.size());
     if (!r) {
         if (why) *why = std::string(r.description()) + " at offset " + std::to_string(r.offset);
         return xrepo_load_result::malformed;

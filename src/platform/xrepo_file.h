@@ -12,10 +12,13 @@
 #include <string>
 #include <string_view>
 
-enum class xrepo_load_result { ok, missing, malformed };
+// not_regular: a FIFO, socket, device, directory or symbolic link where the
+// list belongs; it is never opened for reading (nothing waits on it).
+enum class xrepo_load_result { ok, missing, malformed, not_regular };
 
 // Loads the file at path into doc and checks that its document element is
-// named list. On malformed, *why (optional) says what is wrong.
+// named list. On malformed or not_regular, *why (optional) says what is
+// wrong. A file that exists but cannot be read counts as malformed.
 xrepo_load_result xrepo_file_load(const std::string &path, std::string_view list,
                                   pugi::xml_document &doc, std::string *why = nullptr);
 

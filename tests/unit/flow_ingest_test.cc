@@ -192,11 +192,10 @@ TEST_F(FlowIngest, MalformedFilesAreDroppedWholeAndTheRunGoesOn) {
     ASSERT_EQ(got.size(), 52u) << log_dump();
     int32_t ap2 = tallyd_avp_ap_lookup_name(kAp2);
     for (const row &r : got) EXPECT_NE(r.ap_mac, std::to_string(ap2));
-    EXPECT_EQ(log_count("tallyd, failed to decode ARC\n"), 4 + 1);  // the directory too
+    EXPECT_EQ(log_count("tallyd, failed to decode ARC\n"), 4);
     EXPECT_TRUE(logged(LOG_WARNING, "tallyd, failed to decode ARC\n"));
-    // "rm -rf <spool>/*" leaves names starting with a dot alone.
-    EXPECT_EQ(spool_entries(), 1u);
-    EXPECT_TRUE(exists(std::string(TALLYD_SPOOL_DIR) + "/.hidden:x-1"));
+    EXPECT_TRUE(logged(LOG_DEBUG, "tallyd, failed to open " + spool() + "/sub:dir-1\n"));
+    EXPECT_EQ(spool_entries(), 0u);
 }
 
 TEST_F(FlowIngest, QuotesAreEscapedInTextsAndRejectedInClientMacs) {
@@ -341,6 +340,27 @@ TEST_F(FlowIngest, MissingOrUnreadableSpoolChangesNothing) {
     EXPECT_EQ(log_count("tallyd, failed to open "), 2);
     EXPECT_TRUE(exists(TALLYD_SPOOL_DIR));
     EXPECT_NE(sqlite3_get_autocommit(tallyd_db_set.temp_db.get()), 0);  // no transaction left open
+}
+
+// Only regular files are read; every entry listed is gone after the run, so
+// a dot-named flow file is counted once however many runs follow, and a link
+// is removed without touching what it points at.
+TEST_F(FlowIngest, OnlyRegularFilesAreReadAndEveryListedEntryIsRemoved) {
+    put(std::string(".") + kAp1 + "-1", entries(3, kAp1));
+    namespace fs = std::filesystem;
+    const std::string outside = path("/outside");  // a good flow file beyond the spool
+    put(std::string(kAp2) + "-target", entries(4, kAp2));
+    fs::rename(spool() + "/" + kAp2 + "-target", outside);
+    fs::create_symlink(outside, spool() + "/" + kAp2 + "-link");
+    fs::create_directories(spool() + "/" + kAp2 + "-dir/.sub");
+    write_file(std::string(TALLYD_SPOOL_DIR) + "/" + kAp2 + "-dir/.sub/f", "x");
+    write_file(std::string(TALLYD_SPOOL_DIR) + "/.hidden", "x");
+
+    for (uint32_t run = 0; run < 3; ++run) tallyd_handle_flow(kStartTime + run * 59);
+    EXPECT_EQ(rows().size(), 3u) << log_dump();
+    EXPECT_EQ(spool_entries(), 0u);
+    EXPECT_TRUE(fs::exists(outside));
+    EXPECT_EQ(2, log_count("tallyd, failed to open " + spool() + "/" + kAp2)) << log_dump();
 }
 
 uint32_t g_fake_now = 0;
