@@ -1,6 +1,7 @@
 // The four dictionaries, their repository lists, mapping and reload.
 #include "entity/dict.h"
 
+#include "base/clock.h"
 #include "base/log.h"
 #include "entity/dict_save.h"
 #include "entity/dict_table.h"
@@ -13,12 +14,21 @@ tallyd_dict ssid_buckets[TALLYD_SSID_DICT_CAP];
 tallyd_dict ap_buckets[TALLYD_AP_DICT_CAP];
 tallyd_dict apgroup_buckets[TALLYD_APGROUP_DICT_CAP];
 tallyd_dict dvcinfo_buckets[TALLYD_DVCINFO_DICT_CAP];
+tallyd_dict *ssid_tails[TALLYD_SSID_DICT_CAP];
+tallyd_dict *ap_tails[TALLYD_AP_DICT_CAP];
+tallyd_dict *apgroup_tails[TALLYD_APGROUP_DICT_CAP];
+tallyd_dict *dvcinfo_tails[TALLYD_DVCINFO_DICT_CAP];
+dict_extra ssid_extra{ssid_tails, 0, 0, false};
+dict_extra ap_extra{ap_tails, 0, 0, false};
+dict_extra apgroup_extra{apgroup_tails, 0, 0, false};
+dict_extra dvcinfo_extra{dvcinfo_tails, 0, 0, false};
 
 using info_t = tallyd_sys_info_t;
 
-// Which dictionaries answer 0 for an empty key differs on purpose: an empty
-// AP MAC or SSID is never found, so mapping one makes a new entry every
-// time, while an empty device-type text is refused outright.
+constexpr uint32_t kRefusalLogPeriod = 60;  // seconds between "refused" lines
+
+// An empty key names nothing: every mapping refuses it, and the AP and SSID
+// lookups answer 0 for it even when an old list holds such entries.
 const dict_kind kSsid{"avpssid-list",
                       "avpssid",
                       "ssid",
@@ -28,12 +38,13 @@ const dict_kind kSsid{"avpssid-list",
                       "tallyd, failed to add ssid node\n",
                       false,
                       true,
-                      false,
                       TALLYD_SSID_DICT_CAP,
                       &info_t::ssid_max,
                       &info_t::ssid_count,
                       &info_t::ssid_dict,
-                      ssid_buckets};
+                      ssid_buckets,
+                      &ssid_extra};
+
 const dict_kind kAp{"avpap-list",
                     "avpap",
                     "ap",
@@ -43,12 +54,12 @@ const dict_kind kAp{"avpap-list",
                     "tallyd, failed to add ap node\n",
                     false,
                     true,
-                    false,
                     TALLYD_AP_DICT_CAP,
                     &info_t::ap_max,
                     &info_t::ap_count,
                     &info_t::ap_dict,
-                    ap_buckets};
+                    ap_buckets,
+                    &ap_extra};
 const dict_kind kApgroup{"avpapgroup-list",
                          "avpapgroup",
                          "apgroup",
@@ -58,12 +69,12 @@ const dict_kind kApgroup{"avpapgroup-list",
                          "tallyd, failed to add apgroup node\n",
                          true,
                          false,
-                         false,
                          TALLYD_APGROUP_DICT_CAP,
                          &info_t::apgroup_max,
                          &info_t::apgroup_count,
                          &info_t::apgroup_dict,
-                         apgroup_buckets};
+                         apgroup_buckets,
+                         &apgroup_extra};
 const dict_kind kDvcinfo{"avpdvcinfo-list",
                          "avpdvcinfo",
                          "dvcinfo",
@@ -73,17 +84,46 @@ const dict_kind kDvcinfo{"avpdvcinfo-list",
                          "tallyd, failed to add dvcinfo node\n",
                          true,
                          false,
-                         true,
                          TALLYD_DVCINFO_DICT_CAP,
                          &info_t::dvcinfo_max,
                          &info_t::dvcinfo_count,
                          &info_t::dvcinfo_dict,
-                         dvcinfo_buckets};
+                         dvcinfo_buckets,
+                         &dvcinfo_extra};
+
+// Whether a new key must go without an id: the dictionary holds its maximum
+// of entries, or its counter has reached the last id it may give. Logged at
+// most once a minute per dictionary, so that a peer sending new keys without
+// end cannot fill the log. An unusable table size is left to the insert,
+// which fails as it always has.
+bool new_key_refused(const dict_kind &k, const tallyd_sys_info_t *info) {
+    const uint32_t size = dict_usable_size(k, info);
+    if (size == 0) return false;
+    const int32_t limit = tallyd_dict_max_entries(static_cast<int32_t>(size));
+    const bool full = k.extra->entries >= limit;
+    const bool spent = info->*k.last_id >= dict_counter_max(k, size);
+    if (!full && !spent) return false;
+
+    dict_extra &x = *k.extra;
+    const uint32_t now = tallyd_now();
+    if (!x.refusal_logged || now - x.refusal_logged_at >= kRefusalLogPeriod) {
+        x.refusal_logged = true;
+        x.refusal_logged_at = now;
+        if (full)
+            tallyd_log(LOG_ERR, "tallyd, %s holds its maximum of %d entries, new keys refused\n",
+                       k.list, limit);
+        else
+            tallyd_log(LOG_ERR, "tallyd, %s has given its last id (counter %d), new keys refused\n",
+                       k.list, info->*k.last_id);
+    }
+    return true;
+}
 
 int32_t mapping(const dict_kind &k, const char *key) {
     tallyd_sys_info_t *info = &tallyd_sys_info;
-    if (!key || (k.refuse_empty_key && key[0] == '\0')) return 0;
+    if (!key || key[0] == '\0') return 0;
     if (uint32_t id = dict_find_name(k, info, key)) return static_cast<int32_t>(id);
+    if (new_key_refused(k, info)) return 0;
 
     int32_t &counter = info->*k.last_id;
     counter = static_cast<int32_t>(static_cast<uint32_t>(counter) + 1);
@@ -99,13 +139,24 @@ int32_t mapping(const dict_kind &k, const char *key) {
 }
 
 // Duplicate keys in the list become duplicate entries (the first one read
-// wins lookups); a child with id 0 is read but not inserted.
+// wins lookups); a child with id 0 is read but not inserted. An id outside
+// what the counter may reach (negative, or past the last id of its type) is
+// skipped with a line naming the file: taking it would hand out wrapped or
+// repeated ids later.
 void reload(const dict_kind &k, tallyd_sys_info_t *info) {
     dict_clear(k, info, info->*k.size);
     xconf_ptr list(xGetConfImpl(k.load_tag, __LINE__, k.list, 0));
+    const uint32_t size = dict_usable_size(k, info);
     for (xnode *c = xGetFirstChild(list.get()); c; c = xGetNextSibling(c)) {
-        int32_t id = xGetAttrInt(c, "id", 0);
-        dict_insert(k, info, xGetAttrString(c, k.key_attr, ""), id);
+        const char *id_text = xGetAttrString(c, "id", "");
+        const char *key = xGetAttrString(c, k.key_attr, "");
+        int32_t id;
+        if (!dict_parse_counter(k, size, id_text, &id)) {
+            tallyd_log(LOG_ERR, "tallyd, %s: %s=\"%s\" has id %s, out of range, skipped\n",
+                       xrepo_list_path(k.list).c_str(), k.key_attr, key, id_text);
+            continue;
+        }
+        dict_insert(k, info, key, id);
         if (id > info->*k.last_id) info->*k.last_id = id;
     }
 }
@@ -119,6 +170,10 @@ const char *find_id(const dict_kind &k, int32_t id) {
 }
 
 }  // namespace
+
+int32_t tallyd_dict_max_entries(int32_t table_size) {
+    return table_size > 0 ? table_size * TALLYD_DICT_MAX_ENTRIES_PER_BUCKET : 0;
+}
 
 int32_t tallyd_avp_ap_mapping(const char *ap_mac) {
     return mapping(kAp, ap_mac);
@@ -195,6 +250,7 @@ void tallyd_dict_reset(tallyd_sys_info_t *info) {
         dict_clear(*k, info, k->capacity);
         dict_save_drop(*k);
         info->*k->last_id = 0;
+        k->extra->refusal_logged = false;
     }
 }
 
@@ -212,7 +268,9 @@ int tallyd_dict_read_stored(std::string_view name, std::vector<tallyd_dict_store
     for (xnode *c = xGetFirstChild(list.get()); c; c = xGetNextSibling(c)) {
         int32_t counter = xGetAttrInt(c, "id", 0);
         const char *key = xGetAttrString(c, k->key_attr, "");
-        out->push_back({dict_id(*k, counter, size, tallyd_str_hash(key) % size), counter, key});
+        int32_t usable;
+        if (!dict_parse_counter(*k, size, xGetAttrString(c, "id", ""), &usable)) usable = 0;
+        out->push_back({dict_id(*k, usable, size, tallyd_str_hash(key) % size), counter, key});
     }
     return 0;
 }

@@ -32,6 +32,18 @@ inline constexpr int32_t TALLYD_AP_DICT_CAP = 1024;
 inline constexpr int32_t TALLYD_APGROUP_DICT_CAP = 256;
 inline constexpr int32_t TALLYD_DVCINFO_DICT_CAP = 256;
 
+// The most entries a dictionary holds: this many per bucket of its table size
+// (platform sizing), 65,536 APs and 16,384 SSIDs on the large platforms,
+// 3,584 APs and 3,456 SSIDs on the others, 16,384 AP groups and device types
+// everywhere. Entries loaded from the repository all stay (their ids are in
+// the tables); beyond the maximum a new key gets 0.
+inline constexpr int32_t TALLYD_DICT_MAX_ENTRIES_PER_BUCKET = 64;
+int32_t tallyd_dict_max_entries(int32_t table_size);
+
+// Mapping: the key's id, a new one for an unknown key, 0 for a null or empty
+// key and for a new key that cannot have one: the dictionary is full, or its
+// counter has reached the largest id its type holds (ids never wrap or
+// repeat). Those refusals log one error line a minute per dictionary.
 int32_t tallyd_avp_ap_mapping(const char *ap_mac);
 int32_t tallyd_avp_ssid_mapping(const char *ssid);
 int32_t tallyd_avp_apgroup_mapping(const char *apgroup);
@@ -65,7 +77,9 @@ uint64_t tallyd_dict_save_count();
 // Start-up: reload all four, in the order SSID, AP, AP group, device info.
 // Each reload empties the dictionary's buckets, reads its repository list
 // (absent: stays empty) and raises the counter (ssid_count, ap_count, ...) to
-// the highest "id" found; counters never go down.
+// the highest "id" found; counters never go down. An "id" that is negative or
+// beyond the largest its type holds is skipped with an error line naming the
+// list's file. Loading costs one step per entry.
 void tallyd_load_dictionaries(tallyd_sys_info_t *info);
 
 // Releases every entry of the four dictionaries and clears their counters

@@ -2,6 +2,7 @@
 #include <filesystem>
 #include <string>
 
+#include "base/clock.h"
 #include "entity/dict.h"
 #include "entity/text.h"
 #include "platform/xrepo.h"
@@ -174,17 +175,70 @@ TEST_F(EntityDict, FiftySeventhApOnASmallPlatformChainsBehindAnEarlierOne) {
     EXPECT_EQ(57, tallyd_avp_ap_lookup_name(extra.c_str()));
 }
 
-TEST_F(EntityDict, EmptyApMacOrSsidGetsAFreshIdEveryTime) {
+TEST_F(EntityDict, EmptyKeysAreRefusedByEveryDictionary) {
     seed_all();
-    EXPECT_EQ(1, tallyd_avp_ap_mapping(""));
-    EXPECT_EQ(2, tallyd_avp_ap_mapping(""));
-    EXPECT_EQ(0, tallyd_avp_ap_lookup_name(""));
-    EXPECT_EQ(1, tallyd_avp_ssid_mapping(""));
-    EXPECT_EQ(2, tallyd_avp_ssid_mapping(""));
-    EXPECT_EQ(0, tallyd_avp_ap_mapping(nullptr));
-    EXPECT_EQ(0, tallyd_avp_ssid_mapping(nullptr));
-    tallyd_dict_flush();
-    EXPECT_EQ("1= 2= ", stored("avpap-list", "ap"));
+    for (auto map : {tallyd_avp_ap_mapping, tallyd_avp_ssid_mapping, tallyd_avp_apgroup_mapping,
+                     tallyd_avp_dvcinfo_mapping}) {
+        EXPECT_EQ(0, map(""));
+        EXPECT_EQ(0, map(nullptr));
+    }
+    EXPECT_EQ(0, tallyd_sys_info.ap_count);
+    EXPECT_EQ("", stored("avpap-list", "ap"));
+    EXPECT_EQ(1, tallyd_avp_ap_mapping("a"));
+}
+
+// Ids are signed 32-bit wherever they go; a counter that reached the last id
+// of its type refuses new keys rather than wrap, and a stored id that no
+// counter may reach is not taken in at all.
+TEST_F(EntityDict, IdsNeverWrapOrComeFromOutOfRangeEntries) {
+    seed("avpap-list",
+         "<avpap id=\"-3\" ap=\"neg\"/><avpap id=\"99999999999\" ap=\"huge\"/>"
+         "<avpap id=\"2147483647\" ap=\"last\"/><avpap id=\"2147483648\" ap=\"past\"/>");
+    seed("avpssid-list", "<avpssid id=\"7\" ssid=\"s\"/>");
+    // Counter 8388607 composes 8388607 x 256 + bucket <= INT32_MAX; one more would not.
+    seed("avpapgroup-list", "<avpapgroup id=\"8388608\" apgroup=\"past\"/>");
+    seed("avpdvcinfo-list", "<avpdvcinfo id=\"8388606\" dvcinfo=\"d\"/>");
+    restart();
+
+    EXPECT_EQ(4, log_count("out of range, skipped")) << log_dump();
+    EXPECT_EQ(1, log_count(path(kXrepo) + "avpap-list.xml: ap=\"neg\" has id -3"));
+    EXPECT_EQ(1, log_count(path(kXrepo) + "avpapgroup-list.xml: apgroup=\"past\""));
+    EXPECT_EQ(2147483647, tallyd_avp_ap_lookup_name("last"));
+    EXPECT_EQ(0, tallyd_avp_ap_lookup_name("neg"));
+    EXPECT_EQ(0, tallyd_avp_ap_lookup_name("huge"));
+    EXPECT_EQ(8, tallyd_avp_ssid_mapping("new"));
+    EXPECT_EQ(0, tallyd_avp_apgroup_lookup_name("past"));
+
+    EXPECT_EQ(0, tallyd_avp_ap_mapping("new1"));
+    EXPECT_EQ(0, tallyd_avp_ap_mapping("new2"));
+    EXPECT_EQ(2147483647, tallyd_sys_info.ap_count);
+    EXPECT_EQ(1, log_count("avpap-list has given its last id (counter 2147483647)"));
+
+    int32_t d1 = tallyd_avp_dvcinfo_mapping("phone");
+    EXPECT_EQ(8388607 * 256 + static_cast<int32_t>(tallyd_str_hash("phone") % 256), d1);
+    EXPECT_GT(d1, 0);
+    EXPECT_EQ(0, tallyd_avp_dvcinfo_mapping("tablet"));
+    EXPECT_EQ(d1, tallyd_avp_dvcinfo_mapping("phone"));
+    EXPECT_EQ(1, log_count("avpdvcinfo-list has given its last id"));
+}
+
+// A flood of new keys stops at the bound: ids up to it, then 0 with one
+// line a minute, while known keys keep their ids.
+TEST_F(EntityDict, UniqueKeysStopAtTheBoundWithOneLineAMinute) {
+    const int32_t bound = tallyd_dict_max_entries(56);
+    ASSERT_EQ(56 * TALLYD_DICT_MAX_ENTRIES_PER_BUCKET, bound);
+    for (int i = 1; i <= bound; ++i) ASSERT_EQ(i, tallyd_avp_ap_mapping(mac(i).c_str()));
+    for (int i = 0; i < 500; ++i) EXPECT_EQ(0, tallyd_avp_ap_mapping(mac(bound + 1 + i).c_str()));
+    EXPECT_EQ(bound, tallyd_avp_ap_mapping(mac(bound).c_str()));
+    EXPECT_EQ(1, log_count("avpap-list holds its maximum of 3584 entries, new keys refused"));
+    tallyd_clock_advance(59);
+    EXPECT_EQ(0, tallyd_avp_ap_mapping("x"));
+    EXPECT_EQ(1, log_count("holds its maximum"));
+    tallyd_clock_advance(1);
+    EXPECT_EQ(0, tallyd_avp_ap_mapping("x"));
+    EXPECT_EQ(2, log_count("holds its maximum"));
+    EXPECT_EQ(bound, tallyd_sys_info.ap_count);
+    EXPECT_EQ(1, tallyd_avp_ssid_mapping("other dictionaries are not full"));
 }
 
 TEST_F(EntityDict, MissingOrMalformedListKeepsNewIdsInMemoryOnly) {
