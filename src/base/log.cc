@@ -6,6 +6,10 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <string_view>
+
+#include "base/clock.h"
+#include "base/log_limit.h"
 
 namespace {
 
@@ -34,6 +38,24 @@ bool syslog_socket_seen() {
     return seen;
 }
 
+log_limiter limiter;
+
+int64_t now_ms() {
+    tallyd_timeval tv;
+    tallyd_monotonic(&tv);
+    return static_cast<int64_t>(tv.sec) * 1000 + tv.usec / 1000;
+}
+
+void write_line(int priority, const char *text) {
+    if (syslog_socket_seen()) syslog(priority, "%s", text);
+    if (mirror_to_stderr()) {
+        size_t n = std::strlen(text);
+        const char *nl = (n > 0 && text[n - 1] == '\n') ? "" : "\n";
+        std::fprintf(stderr, "%d %s%s", priority, text, nl);
+    }
+    if (capture_sink) capture_sink->push_back({priority, text});
+}
+
 }  // namespace
 
 void tallyd_log(int priority, const char *fmt, ...) {
@@ -44,13 +66,18 @@ void tallyd_log(int priority, const char *fmt, ...) {
     std::vsnprintf(text, sizeof text, fmt, ap);
     va_end(ap);
 
-    if (syslog_socket_seen()) syslog(priority, "%s", text);
-    if (mirror_to_stderr()) {
-        size_t n = std::strlen(text);
-        const char *nl = (n > 0 && text[n - 1] == '\n') ? "" : "\n";
-        std::fprintf(stderr, "%d %s%s", priority, text, nl);
-    }
-    if (capture_sink) capture_sink->push_back({priority, text});
+    // A bare "%s" carries texts that are each a kind of their own.
+    std::string_view kind = std::strcmp(fmt, "%s") == 0 ? std::string_view(text) : fmt;
+    if (!limiter.admit(kind, priority, now_ms(), write_line)) return;
+    write_line(priority, text);
+}
+
+void tallyd_log_flush() {
+    limiter.flush(write_line);
+}
+
+void tallyd_log_limit_reset() {
+    limiter = log_limiter{};
 }
 
 void tallyd_log_capture(std::vector<tallyd_log_line> *sink) {

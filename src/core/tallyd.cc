@@ -6,6 +6,7 @@
 #include <cstdlib>
 #include <filesystem>
 
+#include "base/log.h"
 #include "base/path.h"
 #include "base/sys_info.h"
 #include "core/instance.h"
@@ -83,6 +84,7 @@ void shut_down() {
     tallyd_db_set.db_flash.close();
     tallyd_db_set.temp_db.close();
     tallyd_db_set.backup_hour_db.close();
+    tallyd_log_flush();
 }
 
 }  // namespace

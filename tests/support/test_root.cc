@@ -39,6 +39,7 @@ void root_test::SetUp() {
     ASSERT_FALSE(root_->path().empty());
     tallyd_root_set(root_->path());
     tallyd_log_capture(&log_);
+    tallyd_log_limit_reset();
     tallyd_clock_set(kStartTime);
 }
 

@@ -1,8 +1,11 @@
 #include <gtest/gtest.h>
 
 #include <cstring>
+#include <string>
+#include <vector>
 
 #include "base/clock.h"
+#include "base/log_limit.h"
 #include "base/path.h"
 #include "base/wire.h"
 #include "support/test_root.h"
@@ -86,4 +89,33 @@ TEST_F(BaseRoot, PinnedClockMovesOnlyWhenTold) {
     tallyd_monotonic(&b);
     EXPECT_TRUE(b.sec > a.sec || (b.sec == a.sec && b.usec >= a.usec));
     EXPECT_LT(a.usec, 1000000);
+}
+
+// Each kind is cut at ten lines a second on its own, and what was cut is
+// counted in one line once its second is over (or at a flush).
+TEST(BaseLogLimit, EachKindIsCutOnItsOwnAndTheCutIsCounted) {
+    static std::vector<std::string> reported;
+    auto report = [](int priority, const char *text) {
+        reported.push_back(std::to_string(priority) + " " + text);
+    };
+    reported.clear();
+    log_limiter lim;
+    int written = 0;
+    for (int i = 0; i < 500; ++i) written += lim.admit("len = %d\n", LOG_ERR, i, report);
+    EXPECT_EQ(10, written);
+    EXPECT_TRUE(lim.admit("other %s\n", LOG_WARNING, 600, report));  // not silenced by the flood
+    EXPECT_TRUE(reported.empty());
+
+    EXPECT_TRUE(lim.admit("len = %d\n", LOG_ERR, 1000, report));  // a new second
+    ASSERT_EQ(1u, reported.size());
+    EXPECT_EQ("3 tallyd, 490 lines like \"len = %d\" suppressed\n", reported[0]);
+
+    for (int i = 0; i < 12; ++i) lim.admit("other %s\n", LOG_WARNING, 1600 + i, report);
+    lim.flush(report);
+    ASSERT_EQ(2u, reported.size());
+    EXPECT_EQ("4 tallyd, 2 lines like \"other %s\" suppressed\n", reported[1]);
+
+    // More kinds than slots: the oldest give way, nothing is stuck refusing.
+    for (int k = 0; k < 100; ++k)
+        EXPECT_TRUE(lim.admit("kind " + std::to_string(k), LOG_ERR, 5000, report)) << k;
 }
