@@ -121,7 +121,11 @@ bool new_key_refused(const dict_kind &k, const tallyd_sys_info_t *info) {
 
 int32_t mapping(const dict_kind &k, const char *key) {
     tallyd_sys_info_t *info = &tallyd_sys_info;
-    if (!key || key[0] == '\0') return 0;
+    if (!key) return 0;
+    if (key[0] == '\0') {
+        tallyd_log(LOG_ERR, "tallyd, %s: an empty key gets no id\n", k.list);
+        return 0;
+    }
     if (uint32_t id = dict_find_name(k, info, key)) return static_cast<int32_t>(id);
     if (new_key_refused(k, info)) return 0;
 

@@ -40,10 +40,11 @@ inline constexpr int32_t TALLYD_DVCINFO_DICT_CAP = 256;
 inline constexpr int32_t TALLYD_DICT_MAX_ENTRIES_PER_BUCKET = 64;
 int32_t tallyd_dict_max_entries(int32_t table_size);
 
-// Mapping: the key's id, a new one for an unknown key, 0 for a null or empty
-// key and for a new key that cannot have one: the dictionary is full, or its
-// counter has reached the largest id its type holds (ids never wrap or
-// repeat). Those refusals log one error line a minute per dictionary.
+// Mapping: the key's id, a new one for an unknown key, 0 for a null key, for
+// an empty one (logged "tallyd, <list>: an empty key gets no id") and for a
+// new key that cannot have one: the dictionary is full, or its counter has
+// reached the largest id its type holds (ids never wrap or repeat). Those two
+// refusals log one error line a minute per dictionary.
 int32_t tallyd_avp_ap_mapping(const char *ap_mac);
 int32_t tallyd_avp_ssid_mapping(const char *ssid);
 int32_t tallyd_avp_apgroup_mapping(const char *apgroup);

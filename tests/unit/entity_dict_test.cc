@@ -183,6 +183,7 @@ TEST_F(EntityDict, EmptyKeysAreRefusedByEveryDictionary) {
         EXPECT_EQ(0, map(nullptr));
     }
     EXPECT_EQ(0, tallyd_sys_info.ap_count);
+    EXPECT_TRUE(logged(LOG_ERR, "tallyd, avpdvcinfo-list: an empty key gets no id\n"));
     EXPECT_EQ("", stored("avpap-list", "ap"));
     EXPECT_EQ(1, tallyd_avp_ap_mapping("a"));
 }
