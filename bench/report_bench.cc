@@ -248,26 +248,6 @@ void write_configuration() {
     write_file(tallyd_path(TALLYD_PLATFORM_FILE), "VX8810R\n");
 }
 
-// The daemon as a child process in the bench root; its pid, or -1.
-pid_t start_daemon(const std::string &root) {
-    const pid_t pid = fork();
-    if (pid == 0) {
-        setenv("TALLYD_ROOT", root.c_str(), 1);
-        std::freopen("/dev/null", "w", stdout);
-        std::freopen((root + "/tallyd.log").c_str(), "w", stderr);
-        execl(TALLYD_BIN_DIR "/tallyd", "tallyd", static_cast<char *>(nullptr));
-        _exit(127);
-    }
-    tallyctl_bytes reply;
-    std::string error;
-    for (int i = 0; i < 200; ++i) {
-        if (tallyctl_probe(100, &reply, &error)) return pid;
-        usleep(100000);
-    }
-    kill(pid, SIGKILL);
-    return -1;
-}
-
 double percentile(std::vector<double> v, double p) {
     std::sort(v.begin(), v.end());
     return v[std::min(v.size() - 1, static_cast<size_t>(p * static_cast<double>(v.size())))];
@@ -300,7 +280,7 @@ int main(int argc, char **argv) {
     const std::string only = argc > 1 ? argv[1] : "";
     bench_root root;
     write_configuration();
-    const pid_t daemon = start_daemon(root.path());
+    const pid_t daemon = bench_start_daemon(root.path());
     if (daemon < 0) {
         std::fprintf(stderr, "report_bench: tallyd did not start\n");
         return 1;

@@ -1,5 +1,8 @@
 #include "support/bench_util.h"
 
+#include <signal.h>
+#include <unistd.h>
+
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -8,6 +11,7 @@
 #include <string_view>
 
 #include "base/path.h"
+#include "client.h"
 #include "db/db_files.h"
 #include "db/sql.h"
 
@@ -66,4 +70,25 @@ int bench_print(const bench_result &r) {
     std::printf("\n");
     std::fflush(stdout);
     return ratio_ok && time_ok ? 0 : 1;
+}
+
+pid_t bench_start_daemon(const std::string &root) {
+    const pid_t pid = fork();
+    if (pid == 0) {
+        setenv("TALLYD_ROOT", root.c_str(), 1);
+        std::freopen("/dev/null", "w", stdout);
+        std::freopen((root + "/tallyd.log").c_str(), "w", stderr);
+        execl(TALLYD_BIN_DIR "/tallyd", "tallyd", static_cast<char *>(nullptr));
+        _exit(127);
+    }
+    tallyctl_bytes reply;
+    std::string error;
+    // Asked every 10 ms until the monitor socket is there, so that a start
+    // can be timed to within a few milliseconds.
+    for (bench_timer t; t.seconds() < 20;) {
+        if (tallyctl_probe(100, &reply, &error)) return pid;
+        usleep(10000);
+    }
+    kill(pid, SIGKILL);
+    return -1;
 }

@@ -6,6 +6,8 @@
 // only tell how far a slower target is from its budget.
 #pragma once
 
+#include <sys/types.h>
+
 #include <chrono>
 #include <cstdint>
 #include <string>
@@ -51,6 +53,12 @@ int64_t bench_count(const sql_conn &conn, const std::string &table);
 // covers only what ran in between; it returns -1 where the kernel refuses.
 int64_t bench_peak_rss_kib();
 int bench_peak_rss_reset();
+
+// Starts the build's tallyd as a child process in the bench root (its output
+// to <root>/tallyd.log) and waits up to 20 s for its probe to be answered.
+// Its pid, or -1 (then killed). The root must be the process's own as well
+// (bench_root makes it so): the probe goes to its monitor socket.
+pid_t bench_start_daemon(const std::string &root);
 
 struct bench_result {
     const char *name;      // what was measured, e.g. "ingest steady"
