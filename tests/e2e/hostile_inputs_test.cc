@@ -12,6 +12,7 @@
 #include <chrono>
 #include <cstdio>
 #include <filesystem>
+#include <initializer_list>
 #include <memory>
 #include <string>
 #include <thread>
@@ -35,17 +36,21 @@ std::string mac(uint32_t i) {
     return b;
 }
 
-// A flow file of one entry on AP ap_mac.
-void put_flow(const std::string &spool, const std::string &name, const std::string &ap_mac) {
+// A flow file of one entry on each AP of ap_macs. One file, so that the flow
+// run's time budget, checked after each file, cannot drop a part of them.
+void put_flow(const std::string &spool, const std::string &name,
+              std::initializer_list<std::string> ap_macs) {
     auto msg = std::make_unique<ArcMessage>();
     *msg = ArcMessage_init_zero;
     msg->has_serial = true;
-    ArcFlowRecord &r = msg->records[msg->records_count++];
-    std::snprintf(r.app, sizeof r.app, "HTTPS");
-    std::snprintf(r.client_mac, sizeof r.client_mac, "02:00:00:00:00:09");
-    std::snprintf(r.ap_mac, sizeof r.ap_mac, "%s", ap_mac.c_str());
-    std::snprintf(r.ssid, sizeof r.ssid, "corp");
-    r.total = r.downlink = 100;
+    for (const std::string &ap_mac : ap_macs) {
+        ArcFlowRecord &r = msg->records[msg->records_count++];
+        std::snprintf(r.app, sizeof r.app, "HTTPS");
+        std::snprintf(r.client_mac, sizeof r.client_mac, "02:00:00:00:00:09");
+        std::snprintf(r.ap_mac, sizeof r.ap_mac, "%s", ap_mac.c_str());
+        std::snprintf(r.ssid, sizeof r.ssid, "corp");
+        r.total = r.downlink = 100;
+    }
     ASSERT_EQ(0, arc_write_file(spool, name, arc_encode(*msg)));
 }
 
@@ -74,7 +79,7 @@ TEST(HostileInputs, SpecialFilesInTheSpoolNeitherStallTheDaemonNorStay) {
     std::snprintf(addr.sun_path, sizeof addr.sun_path, "%s/%s4-sock", spool.c_str(), ap.c_str());
     ASSERT_EQ(0, bind(sock, reinterpret_cast<sockaddr *>(&addr), sizeof addr));
     close(sock);
-    put_flow(spool, ap + "5-1", ap + "5");
+    put_flow(spool, ap + "5-1", {ap + "5"});
 
     ASSERT_TRUE(d.start()) << d.log_text();
     ASSERT_TRUE(eventually([&] { return base_rows(d) == "1"; }, 10000)) << d.log_text();
@@ -152,9 +157,7 @@ TEST(HostileInputs, AFourHundredThousandEntryApListLoadsInSeconds) {
     write_text(d.path(TALLYD_XREPO_DIR) + "/avpap-list.xml", list + "</avpap-list>");
     const std::string spool = d.path(TALLYD_SPOOL_DIR);
     fs::create_directories(spool);
-    put_flow(spool, mac(kAps) + "-1", mac(kAps));
-    put_flow(spool, mac(7) + "-1", mac(7));
-    put_flow(spool, mac(kAps + 1) + "-1", mac(kAps + 1));
+    put_flow(spool, mac(kAps) + "-1", {mac(kAps), mac(7), mac(kAps + 1)});
 
     const auto start = std::chrono::steady_clock::now();
     ASSERT_TRUE(d.start()) << d.log_text();
