@@ -5,6 +5,9 @@
 #include <cstdio>
 #include <cstdlib>
 
+#include "base/log.h"
+#include "db/recover.h"
+
 const char *report_rows::at(int r, int c) const {
     const size_t i = static_cast<size_t>(r) * static_cast<size_t>(ncol_) + static_cast<size_t>(c);
     return null_[i] ? nullptr : cells_[i].c_str();
@@ -140,4 +143,11 @@ bool report_query::exec() {
     const bool ok = s->run(&err_) == SQLITE_OK;
     s->reset();
     return ok;
+}
+
+bool report_select(report_query &q, report_rows *rows, uint32_t mask, const char *fail_fmt) {
+    if (q.select(rows)) return true;
+    tallyd_log(LOG_ERR, fail_fmt, q.shown(), q.err().text.c_str());
+    if (q.err().malformed()) tallyd_recover_from_malformed(mask);
+    return false;
 }

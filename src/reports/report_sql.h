@@ -45,6 +45,14 @@ class report_rows {
     std::vector<char> null_;
 };
 
+class report_query;
+
+// Runs q's SELECT into *rows. On failure logs fail_fmt with the statement as
+// printed and SQLite's message, and starts the rebuild of the databases of
+// mask when the database is malformed; false.
+bool report_select(report_query &q, report_rows *rows, uint32_t mask,
+                   const char *fail_fmt = "tallyd, value = %s, aErrMsg = %s\n");
+
 class report_query {
    public:
     // Formats fmt: the printed text cut to shown_size - 1 characters (at most
@@ -80,7 +88,7 @@ class report_query {
         uint64_t u;
         const char *text;
     };
-    static constexpr size_t kMaxBinds = 8;
+    static constexpr size_t kMaxBinds = 32;  // an AP list of twenty and a few more
 
     void vadd(const char *fmt, va_list ap);
     sql_stmt *prepare();

@@ -47,7 +47,17 @@ enum class unit : uint8_t {
     share,   // hundredths of a percent (10000 = 100.00%)
     count,   // a count of clients
     series,  // "time,rate,time,rate" text: bits per second ending at each time
+    time,    // seconds since 1970
+    // Five-minute steps, the newest first, ending at the reply's time field:
+    byte_steps,   // "v,v,..." bytes per step
+    count_steps,  // "v,v,..." clients per step
+    byte_pairs,   // "up,down;up,down;..." bytes per step
 };
+
+// Five-minute step texts (decoded into timed points by readers).
+inline constexpr bool unit_is_steps(unit u) {
+    return u == unit::byte_steps || u == unit::count_steps || u == unit::byte_pairs;
+}
 
 struct field {
     wire_field wire;
@@ -55,22 +65,24 @@ struct field {
 };
 
 // A fixed array of records inside the data area. Records after the last
-// row stay all zero.
+// row stay all zero, unless a count field says how many are used.
 struct array {
     const char *name;  // "apps", "clients", ...
     uint16_t offset;   // data offset of record 0
     uint16_t count;
-    uint16_t size;                  // bytes per record
-    std::span<const field> fields;  // offsets within one record
+    uint16_t size;                     // bytes per record
+    std::span<const field> fields;     // offsets within one record
+    const wire_field *used = nullptr;  // data field counting the records in use
 };
 
-// A reply's data area: single fields, at most one array of records, and the
+// A reply's data area: single fields, at most two arrays of records, and the
 // data length the daemon sets when it fills the area.
 struct layout {
     const char *name;
     uint16_t data_size;
     std::span<const field> fields;  // data offsets
     array records;                  // records.count == 0: none
+    array more = {};                // a second array; count 0: none
 };
 
 // Record i of a layout's array inside data (empty when it does not fit).
