@@ -59,6 +59,15 @@ int tallyctl_cmd_top(const tallyctl_ctx &ctx, const std::vector<std::string> &ar
 int tallyctl_cmd_usage(const tallyctl_ctx &ctx, const std::vector<std::string> &args);
 int tallyctl_cmd_app_clients(const tallyctl_ctx &ctx, const std::vector<std::string> &args);
 
+// Wireless statistics reports (cmd_statis.cc).
+int tallyctl_cmd_ap_stats(const tallyctl_ctx &ctx, const std::vector<std::string> &args);
+int tallyctl_cmd_ssid_stats(const tallyctl_ctx &ctx, const std::vector<std::string> &args);
+int tallyctl_cmd_client_summary(const tallyctl_ctx &ctx, const std::vector<std::string> &args);
+int tallyctl_cmd_ap_chart(const tallyctl_ctx &ctx, const std::vector<std::string> &args);
+int tallyctl_cmd_client_chart(const tallyctl_ctx &ctx, const std::vector<std::string> &args);
+int tallyctl_cmd_client_chart1(const tallyctl_ctx &ctx, const std::vector<std::string> &args);
+int tallyctl_cmd_clients(const tallyctl_ctx &ctx, const std::vector<std::string> &args);
+
 // Sends a finished datagram on a socket and prints what happened (and each
 // reply) as text or JSON; waits wait_ms for a first reply (-1: long enough
 // for a report when the id is a report request, briefly otherwise).

@@ -66,6 +66,26 @@ constexpr tallyctl_command kCommands[] = {
      "      traffic over time (uplink and downlink rates) and by application or port"},
     {"app-clients", tallyctl_cmd_app_clients,
      "--app NAME | --port N [--raw]\n      the clients of one application or port this hour"},
+    {"ap-stats", tallyctl_cmd_ap_stats,
+     "[--day] [--apgroup ID | --ap MAC...] [--ssid S] [--top N] [--bytes tx|rx|total] [--raw]\n"
+     "      the APs with the most bytes and the most clients this hour (or day); --ap\n"
+     "      up to 20 times"},
+    {"ssid-stats", tallyctl_cmd_ssid_stats,
+     "[same options as ap-stats]\n      the same by SSID, with the number of WLANs"},
+    {"client-summary", tallyctl_cmd_client_summary,
+     "[same options as ap-stats]\n"
+     "      the clients with the most bytes and the clients by device type"},
+    {"ap-chart", tallyctl_cmd_ap_chart,
+     "[--day] [--apgroup ID | --ap MAC] [--bytes tx|rx|total] [--png F | --svg F] [--raw]\n"
+     "      AP traffic in five-minute steps over the hour (or day)"},
+    {"client-chart", tallyctl_cmd_client_chart,
+     "[--day] [--apgroup ID | --ap MAC] [--png F | --svg F] [--raw]\n"
+     "      clients in five-minute steps over the hour (or day)"},
+    {"client-chart1", tallyctl_cmd_client_chart1,
+     "MAC [--png F | --svg F] [--raw]\n"
+     "      one client's uplink and downlink in five-minute steps over the hour"},
+    {"clients", tallyctl_cmd_clients,
+     "[MAC] [--raw]\n      the clients of the last hour with their traffic, or one client"},
     {"help", help, "\n      this text"},
 };
 

@@ -23,11 +23,17 @@ std::span<const uint8_t> tallyctl_reply_data(std::span<const uint8_t> reply);
 // time without its rate is dropped.
 std::vector<std::pair<uint32_t, uint64_t>> tallyctl_parse_series(std::string_view text);
 
+// The numbers of a "v,v,..." text.
+std::vector<uint64_t> tallyctl_parse_numbers(std::string_view text);
+
 // The reply as one object:
 //   {"report": <layout name>, "request_id": "0x...", "data_length": N,
 //    "fields": {<name>: number | text | [[time, rate], ...]},
-//    "records": [{<name>: number | text, ...}, ...]}
-// Records end before the first all-zero record; a reply without data has
-// no fields and no records.
+//    "records": [{<name>: number | text, ...}, ...],
+//    <second array's name>: [...]}
+// Records end where the array's count field says, else before the first
+// all-zero record. Five-minute step texts become [[end time, value...], ...]
+// from the reply's time field. A reply without data has no fields and no
+// records.
 nlohmann::json tallyctl_decode_report(std::span<const uint8_t> reply,
                                       const report_wire::layout &layout);

@@ -117,7 +117,7 @@ std::string clock_label(double t, bool with_date) {
 
 bool tallyctl_draw_lines(const std::string &path, tallyctl_picture_format format,
                          const std::string &title, const std::vector<tallyctl_line> &lines,
-                         std::string *error) {
+                         std::string *error, tallyctl_axis axis) {
     double t0 = INFINITY, t1 = -INFINITY, top = 0;
     for (const auto &l : lines)
         for (const auto &[t, v] : l.points) {
@@ -142,7 +142,9 @@ bool tallyctl_draw_lines(const std::string &path, tallyctl_picture_format format
         cairo_line_to(cr, right, y);
         cairo_stroke(cr);
         cairo_set_source_rgb(cr, 0, 0, 0);
-        cv.text(left - 8, y + 4, tallyctl_human_rate(static_cast<uint64_t>(v)), 11, 1);
+        const uint64_t n = static_cast<uint64_t>(v);
+        cv.text(left - 8, y + 4,
+                axis == tallyctl_axis::rate ? tallyctl_human_rate(n) : std::to_string(n), 11, 1);
     }
     const bool with_date = t1 - t0 > 86400;
     for (int i = 0; i <= 4; ++i) {  // x labels

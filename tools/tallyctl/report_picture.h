@@ -20,12 +20,15 @@ struct tallyctl_slice {
     double value;
 };
 
-// Line chart with local times along the x axis, values in bits per second
-// (human units) up the y axis, and a legend naming the lines. true when the
-// file was written; false with *error set.
+// What the y axis of a line chart counts.
+enum class tallyctl_axis { rate, count };
+
+// Line chart with local times along the x axis, values up the y axis (bits
+// per second in human units, or plain counts), and a legend naming the
+// lines. true when the file was written; false with *error set.
 bool tallyctl_draw_lines(const std::string &path, tallyctl_picture_format format,
                          const std::string &title, const std::vector<tallyctl_line> &lines,
-                         std::string *error);
+                         std::string *error, tallyctl_axis axis = tallyctl_axis::rate);
 
 // Pie of the slices (largest first as given) with a legend of labels and
 // shares of the sum. Slices of no value are left out.

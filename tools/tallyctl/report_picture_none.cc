@@ -13,7 +13,7 @@ bool no_pictures(std::string *error) {
 }  // namespace
 
 bool tallyctl_draw_lines(const std::string &, tallyctl_picture_format, const std::string &,
-                         const std::vector<tallyctl_line> &, std::string *error) {
+                         const std::vector<tallyctl_line> &, std::string *error, tallyctl_axis) {
     return no_pictures(error);
 }
 

@@ -35,6 +35,8 @@ std::string shown(const nlohmann::json &v, unit u) {
             return tallyctl_human_bytes(n);
         case unit::share:
             return tallyctl_percent(n);
+        case unit::time:
+            return n ? tallyctl_local_time(n) : "";
         default:
             return std::to_string(n);
     }
@@ -111,6 +113,29 @@ std::string series_table(const nlohmann::json &fields, const layout &l) {
     return columns(rows, right);
 }
 
+// Five-minute step fields as a table of end times and values.
+std::string steps_table(const nlohmann::json &fields, const layout &l) {
+    std::string out;
+    for (const field &f : l.fields) {
+        const bool pairs = f.shown == unit::byte_pairs;
+        if (!unit_is_steps(f.shown)) continue;
+        if (!fields.contains(f.wire.name) || fields[f.wire.name].empty()) continue;
+        std::vector<std::vector<std::string>> rows{{"until"}};
+        if (pairs)
+            rows[0].insert(rows[0].end(), {"uplink", "downlink"});
+        else
+            rows[0].push_back(f.wire.name);
+        const unit each = f.shown == unit::count_steps ? unit::count : unit::bytes;
+        for (const auto &p : fields[f.wire.name]) {
+            std::vector<std::string> row{tallyctl_local_time(p[0].get<uint64_t>())};
+            for (size_t i = 1; i < p.size(); ++i) row.push_back(shown(p[i], each));
+            rows.push_back(std::move(row));
+        }
+        out += columns(rows, std::vector<bool>(rows[0].size(), true));
+    }
+    return out;
+}
+
 }  // namespace
 
 std::string tallyctl_human_bytes(uint64_t bytes) {
@@ -144,12 +169,19 @@ std::string tallyctl_report_text(const nlohmann::json &d, const layout &l) {
                       ", " + std::to_string(d["data_length"].get<uint64_t>()) + " bytes of data)\n";
     if (d["data_length"].get<uint64_t>() == 0) return out + "no data\n";
     for (const field &f : l.fields)
-        if (f.shown != unit::series && d["fields"].contains(f.wire.name))
+        if (f.shown != unit::series && !unit_is_steps(f.shown) && d["fields"].contains(f.wire.name))
             out +=
                 std::string(f.wire.name) + ": " + shown(d["fields"][f.wire.name], f.shown) + "\n";
-    if (!d["records"].empty()) out += records_table(d["records"], l.records);
-    const std::string series = series_table(d["fields"], l);
+    bool any = false;
+    for (const array *a : {&l.records, &l.more}) {
+        const char *key = a == &l.records ? "records" : a->name;
+        if (!a->count || !d.contains(key) || d[key].empty()) continue;
+        if (l.more.count) out += std::string(a->name) + ":\n";
+        out += records_table(d[key], *a);
+        any = true;
+    }
+    const std::string series = series_table(d["fields"], l) + steps_table(d["fields"], l);
     if (!series.empty()) out += series;
-    if (d["records"].empty() && series.empty()) out += "no records\n";
+    if (!any && series.empty()) out += "no records\n";
     return out;
 }
