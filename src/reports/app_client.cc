@@ -26,13 +26,6 @@ constexpr const char *kClientsPort =
     "SELECT client_mac, SUM(uplink), SUM(downlink) FROM avp_app_client_hour WHERE port=%d "
     "GROUP BY client_mac\nORDER BY (SUM(uplink)+SUM(downlink)) DESC LIMIT %d";
 
-bool select_logged(report_query &q, report_rows *rows) {
-    if (q.select(rows)) return true;
-    tallyd_log(LOG_ERR, "tallyd, value = %s, aErrMsg = %s\n", q.shown(), q.err().text.c_str());
-    if (q.err().malformed()) tallyd_recover_from_malformed(TALLYD_RECOVER_DB);
-    return false;
-}
-
 }  // namespace
 
 uint32_t tallyd_avp_app_client_list(const char *name, bool by_app, std::span<uint8_t> data) {
@@ -43,11 +36,12 @@ uint32_t tallyd_avp_app_client_list(const char *name, bool by_app, std::span<uin
         by_app ? report_query(db, 512, kTotalApp, name) : report_query(db, 512, kTotalPort, port);
     report_rows rows;
     uint64_t total = 0;
-    if (select_logged(total_q, &rows) && rows.rows()) total = rows.u64_at(0, 0) + rows.u64_at(0, 1);
+    if (report_select(total_q, &rows, TALLYD_RECOVER_DB) && rows.rows())
+        total = rows.u64_at(0, 0) + rows.u64_at(0, 1);
 
     report_query list_q = by_app ? report_query(db, 512, kClientsApp, name, kTop)
                                  : report_query(db, 512, kClientsPort, port, kTop);
-    if (select_logged(list_q, &rows)) {
+    if (report_select(list_q, &rows, TALLYD_RECOVER_DB)) {
         for (int r = 0; r < rows.rows(); ++r) {
             std::span<uint8_t> rec = record(data, kAppClients.records, static_cast<size_t>(r));
             tallyd_report_client(rec, rows.at(r, 0), rows.u64_at(r, 1) + rows.u64_at(r, 2), total);

@@ -47,10 +47,7 @@ bool select_groups(const builder_sql &sql, uint32_t period, report_rows *rows) {
     const bool day = period == kPeriodDay;
     report_query q(day ? tallyd_db_set.top_list_db : tallyd_db_set.db, 512,
                    day ? sql.day : sql.hour, kTop);
-    if (q.select(rows)) return true;
-    tallyd_log(LOG_ERR, "tallyd, value = %s, aErrMsg = %s\n", q.shown(), q.err().text.c_str());
-    if (q.err().malformed()) tallyd_recover_from_malformed(TALLYD_RECOVER_DB);
-    return false;
+    return report_select(q, rows, TALLYD_RECOVER_DB);
 }
 
 // Client count of one SSID (by_ssid) or AP: in the hour, the hour table; in

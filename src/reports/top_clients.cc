@@ -41,20 +41,9 @@ constexpr const char *kDetails =
     "SELECT dvcinfo_id, host_name, ip, channel, ip6, user_name, active \nFROM %s \nWHERE "
     "client_mac='%s' \nORDER by time ASC \nLIMIT 1";
 
-constexpr const char *kValueFail = "tallyd, value = %s, aErrMsg = %s\n";
-
-// Selects rows; on failure logs the value message and starts the rebuild of
-// mask for a malformed database.
-bool select_logged(report_query &q, report_rows *rows, uint32_t mask) {
-    if (q.select(rows)) return true;
-    tallyd_log(LOG_ERR, kValueFail, q.shown(), q.err().text.c_str());
-    if (q.err().malformed()) tallyd_recover_from_malformed(mask);
-    return false;
-}
-
 uint32_t count_of(report_query &q) {
     report_rows rows;
-    if (!select_logged(q, &rows, TALLYD_RECOVER_DB) || rows.rows() == 0) return 0;
+    if (!report_select(q, &rows, TALLYD_RECOVER_DB) || rows.rows() == 0) return 0;
     return static_cast<uint32_t>(rows.int_at(0, 0));
 }
 
@@ -110,7 +99,7 @@ int tallyd_top_client_details(std::span<uint8_t> rec, tallyd_table table) {
     report_query q(tallyd_db_set.statistic_db, 512, kDetails, tallyd_table_name(table),
                    mac.c_str());
     report_rows rows;
-    if (!tallyd_db_set.statistic_db || !select_logged(q, &rows, TALLYD_RECOVER_STATISTIC) ||
+    if (!tallyd_db_set.statistic_db || !report_select(q, &rows, TALLYD_RECOVER_STATISTIC) ||
         !rows.rows())
         return 0;
     // The columns in order, as the device walks them.
@@ -156,7 +145,7 @@ void tallyd_top_build_clients(uint64_t total, uint32_t period, report_reply &rep
     report_query q(day ? tallyd_db_set.top_list_db : tallyd_db_set.db, 512,
                    day ? kClientsDay : kClientsHour, kTop);
     report_rows rows;
-    if (!select_logged(q, &rows, TALLYD_RECOVER_DB)) return;
+    if (!report_select(q, &rows, TALLYD_RECOVER_DB)) return;
     for (int r = 0; r < rows.rows(); ++r) {
         std::span<uint8_t> rec = record(data, kTopClients.records, static_cast<size_t>(r));
         tallyd_report_client(rec, rows.at(r, 0), rows.u64_at(r, 1), total);

@@ -15,8 +15,6 @@ using namespace report_wire;
 
 namespace {
 
-constexpr const char *kValueFail = "tallyd, value = %s, aErrMsg = %s\n";
-
 // "SELECT app|port, SUM(uplink), SUM(downlink) FROM table [WHERE cond]
 // GROUP by ... LIMIT n". The port list of one client is written with no
 // blank between the quoted MAC and GROUP, as it always was.
@@ -51,11 +49,7 @@ void put_label(std::span<uint8_t> rec, bool by_app, const char *value) {
 void put_groups(report_query &q, bool by_app, uint64_t total, uint32_t mask,
                 std::span<uint8_t> data) {
     report_rows rows;
-    if (!q.select(&rows)) {
-        tallyd_log(LOG_ERR, kValueFail, q.shown(), q.err().text.c_str());
-        if (q.err().malformed()) tallyd_recover_from_malformed(mask);
-        return;
-    }
+    if (!report_select(q, &rows, mask)) return;
     for (int r = 0; r < rows.rows(); ++r) {
         std::span<uint8_t> rec = record(data, kUsage.records, static_cast<size_t>(r));
         put_label(rec, by_app, rows.at(r, 0));
@@ -121,11 +115,7 @@ uint64_t tallyd_avp_detail_total(const usage_table &t, const usage_cond &c, uint
         tallyd_usage_cond_add(q, c);
     }
     report_rows rows;
-    if (!q.select(&rows)) {
-        tallyd_log(LOG_ERR, kValueFail, q.shown(), q.err().text.c_str());
-        if (q.err().malformed()) tallyd_recover_from_malformed(mask);
-        return 0;
-    }
+    if (!report_select(q, &rows, mask)) return 0;
     return rows.rows() ? rows.u64_at(0, 0) + rows.u64_at(0, 1) : 0;
 }
 

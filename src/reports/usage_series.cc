@@ -32,10 +32,8 @@ uint64_t downlink_total(const usage_table &t) {
     if (!*t.db) return 0;
     report_query q(*t.db, 512, "SELECT SUM(downlink) FROM %s", tallyd_table_name(t.table));
     report_rows rows;
-    if (q.select(&rows)) return rows.rows() ? rows.u64_at(0, 0) : 0;
-    tallyd_log(LOG_ERR, "tallyd, value = %s, aErrMsg = %s\n", q.shown(), q.err().text.c_str());
-    if (q.err().malformed()) tallyd_recover_from_malformed(tallyd_usage_mask(t));
-    return 0;
+    if (!report_select(q, &rows, tallyd_usage_mask(t))) return 0;
+    return rows.rows() ? rows.u64_at(0, 0) : 0;
 }
 
 // A text area of the series: "time,rate," pieces appended, the last comma
