@@ -184,8 +184,8 @@ uint32_t write_list(report_query &q, const array &a, const list_key &key, std::s
 uint32_t top_bytes(const list_key &key, const char *table, const char *column,
                    const statis_scope &s, bool with_ssid, int limit, std::span<uint8_t> data) {
     report_query q(statistic(), kShown);
-    if (key.name == ap_name && s.ap_type != kApTypeGroup && s.ap_type != kApTypeList &&
-        !(with_ssid && s.ssid_type == kSsidOne)) {
+    if (std::strcmp(key.column, "ap_id") == 0 && s.ap_type != kApTypeGroup &&
+        s.ap_type != kApTypeList && !(with_ssid && s.ssid_type == kSsidOne)) {
         // The all-APs form, laid out as the device has always printed it.
         q.add(
             "SELECT ap_id, SUM(%s) FROM %s \nWHERE time>=%lu GROUP by ap_id ORDER by SUM(%s) "

@@ -105,7 +105,8 @@ TEST_F(StatisReports, ApSummaryFiltersCountsAndRanks) {
     d = aps({.ap_type = kApTypeGroup, .apgroup_id = 2});
     EXPECT_EQ(100u, field(d, kStatisTotal));
     EXPECT_EQ(1u, field(d, kStatisAps));
-    d = aps({.ap_type = kApTypeList, .aps = {"00:11:22:33:44:02", "ff:ff:ff:ff:ff:ff"}});
+    EXPECT_EQ(0u, field(aps({.ap_type = kApTypeGroup, .apgroup_id = 99}), kStatisTotal));
+    d = aps({.ap_type = kApTypeList, .aps = {"00:11:22:33:44:02", "it's"}});
     EXPECT_EQ(100u, field(d, kStatisTotal));
     EXPECT_EQ("00:11:22:33:44:02", name(d, kApStats.records, 0));
     // Only the first twenty entries of a longer list are read.
@@ -263,6 +264,10 @@ TEST_F(StatisReports, ChartsByScopeAndTheSingleClient) {
     const std::string zeros = "0,0,0,0,0,0,0,0,0,0,0,0,0";
     EXPECT_EQ(zeros,
               chart_text(chart(false, {.ap_type = kApTypeList, .ap_mac = "it's"}), kApChart));
+    // The header alone reads as all APs over the hour, the sum of both bytes.
+    EXPECT_EQ(
+        "123,10,0,0,0,0,0,0,0,0,0,0,0",
+        chart_text(ask(tallyd_statis_ap_chart, TALLYD_MSG_STATIS_AP_CHART, bytes_t(12)), kApChart));
     d = chart(true, {.period = kStatisDay});
     ASSERT_EQ(kClientChart.data_size, d.size());
     EXPECT_EQ(0, chart_text(d, kClientChart).find("7,1,0,"));
