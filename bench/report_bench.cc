@@ -13,7 +13,15 @@
 // run: each kind stops after 200 requests or 30 seconds, whichever comes
 // first, and prints how many it made.
 //
-// A report kind is one row of kKinds.
+// The wireless statistics reports run on statistic.db filled as a busy
+// controller fills it within the purge windows: 1,000 clients on 100 APs
+// (4 SSIDs, 10 AP groups) with a counters batch every minute for two hours
+// (120,000 client traffic rows), AP traffic every five minutes for two hours
+// (9,600 rows), the day tables at a full day (24 hourly runs: 9,600 AP rows,
+// 24,000 client rows, 24,000 client identity rows), 288 chart points per AP
+// (28,800 rows) and each AP's four WLANs.
+//
+// A report kind is one row of kinds().
 
 #include <signal.h>
 #include <sys/wait.h>
@@ -34,6 +42,7 @@
 #include "db/sql.h"
 #include "ipc/msg_ids.h"
 #include "reports/report_wire.h"
+#include "reports/statis_wire.h"
 #include "support/bench_util.h"
 
 using namespace report_wire;
@@ -48,9 +57,12 @@ constexpr uint32_t kAps = 1024, kSsids = 32, kApps = 200, kGroups = 40, kClients
 constexpr uint32_t kBuckets = 12, kBucketStep = 200;
 constexpr uint32_t kAppRows = 8000, kApSsidRows = 80000, kClientRows = 6000;
 constexpr uint32_t kDayRuns = 12, kDayStep = 7217, kDayRows = 32000, kBackupRuns = 2;
+// The statistic tables: stations, APs, SSIDs and AP groups of a busy controller.
+constexpr uint32_t kStaClients = 1000, kStaAps = 100, kStaSsids = 4, kStaGroups = 10;
+constexpr uint32_t kStaMinutes = 120, kStaHours = 24, kChartPoints = 288;
 
 struct kind {
-    const char *name;
+    std::string name;  // empty: the top lists, named by kind_name
     uint32_t id;
     std::vector<uint8_t> msg;  // a builder's message, header bytes zero
 };
@@ -64,8 +76,8 @@ std::vector<kind> kinds() {
         {"apps", kFlagApps}, {"clients", kFlagClients}, {"aps", kFlagAps}, {"ssids", kFlagSsids}};
     for (uint32_t period : {kPeriodHour, kPeriodDay})
         for (const auto &l : lists)
-            k.push_back({nullptr, TALLYD_MSG_GET_TOP_SUMMARY,
-                         build_top({.period = period, .flag = l.flag})});
+            k.push_back(
+                {"", TALLYD_MSG_GET_TOP_SUMMARY, build_top({.period = period, .flag = l.flag})});
     const char *periods[] = {"hour", "day", "week", "month"};
     for (uint32_t p = 0; p < 4; ++p)
         k.push_back({periods[p], TALLYD_MSG_GET_CLIENTS_SUMMARY,
@@ -79,13 +91,40 @@ std::vector<kind> kinds() {
     k.push_back({"app clients", TALLYD_MSG_GET_APP_CLIENT, build_app_client({.name = "app-003"})});
     k.push_back({"clients summary type 2", TALLYD_MSG_GET_CLIENTS_SUMMARY,
                  build_usage({.type = kTypeTopClients})});
+    const char *aps[] = {"00:1a:2b:00:00:01", "00:1a:2b:00:00:02", "00:1a:2b:00:00:03"};
+    for (uint8_t day : {0, 1}) {
+        const std::string p = day ? " day" : " hour";
+        const statis_request all{.period = day},
+            group{.period = day, .ap_type = kApTypeGroup, .apgroup_id = 3};
+        const statis_request list{.period = day,
+                                  .ssid = "ssid-2",
+                                  .ap_type = kApTypeList,
+                                  .aps = {aps[0], aps[1], aps[2]}};
+        for (const auto &[name, id] : {std::pair{"ap stats", TALLYD_MSG_STATIS_AP},
+                                       std::pair{"ssid stats", TALLYD_MSG_STATIS_SSID},
+                                       std::pair{"client summary", TALLYD_MSG_STATIS_CLIENT}}) {
+            k.push_back({std::string(name) + p, id, build_statis(all)});
+            k.push_back({std::string(name) + " group" + p, id, build_statis(group)});
+            k.push_back({std::string(name) + " aps+ssid" + p, id, build_statis(list)});
+        }
+        k.push_back({"ap chart" + p, TALLYD_MSG_STATIS_AP_CHART, build_chart({.period = day})});
+        k.push_back({"ap chart one ap" + p, TALLYD_MSG_STATIS_AP_CHART,
+                     build_chart({.period = day, .ap_type = kApTypeList, .ap_mac = aps[0]})});
+        k.push_back(
+            {"client chart" + p, TALLYD_MSG_STATIS_CLIENT_CHART, build_chart({.period = day})});
+    }
+    k.push_back({"single client chart", TALLYD_MSG_STATIS_SINGLE_CLIENT,
+                 build_single_chart("02:5c:00:00:00:07")});
+    k.push_back({"client list", TALLYD_MSG_GET_CLIENT_LIST, build_client_list({})});
+    const uint8_t one[6] = {0x02, 0x5c, 0, 0, 0, 7};
+    k.push_back({"client list one", TALLYD_MSG_GET_CLIENT_LIST, build_client_list(one)});
     return k;
 }
 
 std::string kind_name(const kind &k, size_t i) {
-    if (k.name && k.id == TALLYD_MSG_GET_CLIENTS_SUMMARY && i >= 8 && i < 12)
-        return std::string("series ") + k.name;
-    if (k.name) return k.name;
+    if (!k.name.empty() && k.id == TALLYD_MSG_GET_CLIENTS_SUMMARY && i >= 8 && i < 12)
+        return "series " + k.name;
+    if (!k.name.empty()) return k.name;
     static const char *lists[] = {"apps", "clients", "aps", "ssids"};
     return std::string("top ") + lists[i % 4] + (i < 4 ? " hour" : " day");
 }
@@ -164,6 +203,95 @@ void fill_clients(sql_conn &conn, const char *table, uint32_t t, uint32_t rows) 
     });
 }
 
+std::string station_mac(uint32_t c) {
+    char b[24];
+    std::snprintf(b, sizeof b, "02:5c:%02x:%02x:%02x:%02x", c >> 24, (c >> 16) & 0xff,
+                  (c >> 8) & 0xff, c & 0xff);
+    return b;
+}
+
+// Rows of AP traffic (statis_ap_h, _d): every AP on every SSID at t.
+void fill_ap_traffic(sql_conn &st, const char *table, uint32_t t) {
+    const std::string sql = std::string("INSERT INTO ") + table +
+                            "(time, ap_id, ssid_id, apgroup_id, wlangroup_id, tx_bytes, rx_bytes, "
+                            "total_bytes) VALUES(?, ?, ?, ?, 1, ?, ?, ?)";
+    fill(st, sql.c_str(), kStaAps * kStaSsids, [&](sql_stmt &s, uint32_t r) {
+        const int64_t tx = static_cast<int64_t>(rnd() % 5000000),
+                      rx = static_cast<int64_t>(rnd() % 20000000);
+        s.bind(1, int64_t{t});
+        s.bind(2, int64_t{1 + r % kStaAps});
+        s.bind(3, int64_t{1 + r / kStaAps});
+        s.bind(4, int64_t{1 + r % kStaAps % kStaGroups});
+        s.bind(5, tx);
+        s.bind(6, rx);
+        s.bind(7, tx + rx);
+    });
+}
+
+// Rows of client traffic (statis_client_h, _d): every station at t.
+void fill_client_traffic(sql_conn &st, const char *table, uint32_t t) {
+    const std::string sql =
+        std::string("INSERT INTO ") + table +
+        "(time, client_mac, ap_id, apgroup_id, ssid_id, wlangroup_id, rssi, "
+        "tx_bytes, rx_bytes, total_bytes) VALUES(?, ?, ?, ?, ?, 1, -50, ?, ?, ?)";
+    fill(st, sql.c_str(), kStaClients, [&](sql_stmt &s, uint32_t c) {
+        const int64_t tx = static_cast<int64_t>(rnd() % 100000),
+                      rx = static_cast<int64_t>(rnd() % 400000);
+        const uint32_t ap = c % kStaAps;
+        s.bind(1, int64_t{t});
+        s.bind(2, station_mac(c));
+        s.bind(3, int64_t{1 + ap});
+        s.bind(4, int64_t{1 + ap % kStaGroups});
+        s.bind(5, int64_t{1 + c % kStaSsids});
+        s.bind(6, tx);
+        s.bind(7, rx);
+        s.bind(8, tx + rx);
+    });
+}
+
+void fill_statistics(sql_conn &st, uint32_t now) {
+    for (uint32_t m = 0; m < kStaMinutes; ++m) {
+        fill_client_traffic(st, "statis_client_h", now - m * 60);
+        if (m % 5 == 0) fill_ap_traffic(st, "statis_ap_h", now - m * 60);
+    }
+    for (uint32_t h = 0; h < kStaHours; ++h) {
+        const uint32_t t = now - h * 3600;
+        fill_ap_traffic(st, "statis_ap_d", t);
+        fill_client_traffic(st, "statis_client_d", t);
+        fill(st,
+             "INSERT INTO statis_client_info_d(time, client_mac, ap_id, ssid_id, dvcinfo_id, "
+             "apgroup_id, ip, host_name) VALUES(?, ?, ?, ?, ?, ?, '10.1.0.1', 'h')",
+             kStaClients, [&](sql_stmt &s, uint32_t c) {
+                 s.bind(1, int64_t{t});
+                 s.bind(2, station_mac(c));
+                 s.bind(3, int64_t{1 + c % kStaAps});
+                 s.bind(4, int64_t{1 + c % kStaSsids});
+                 s.bind(5, int64_t{c % 3});
+                 s.bind(6, int64_t{1 + c % kStaAps % kStaGroups});
+             });
+    }
+    fill(st,
+         "INSERT INTO statis_ap_chart(time, ap_id, apgroup_id, tx_bytes, rx_bytes, client_count) "
+         "VALUES(?, ?, ?, ?, ?, ?)",
+         kStaAps * kChartPoints, [&](sql_stmt &s, uint32_t r) {
+             s.bind(1, int64_t{now - (r / kStaAps) * 300});
+             s.bind(2, int64_t{1 + r % kStaAps});
+             s.bind(3, int64_t{1 + r % kStaAps % kStaGroups});
+             s.bind(4, static_cast<int64_t>(rnd() % 5000000));
+             s.bind(5, static_cast<int64_t>(rnd() % 20000000));
+             s.bind(6, int64_t{10});
+         });
+    fill(st,
+         "INSERT INTO statis_ap_wlan(time, ap_id, wlan_id, apgrp_id, wlangrp_id) "
+         "VALUES(0, ?, ?, ?, 1)",
+         (kStaAps + kStaGroups) * kStaSsids, [&](sql_stmt &s, uint32_t r) {
+             const uint32_t who = r / kStaSsids;  // APs, then the group-level rows
+             s.bind(1, int64_t{who < kStaAps ? 1 + who : 0});
+             s.bind(2, int64_t{1 + r % kStaSsids});
+             s.bind(3, int64_t{who < kStaAps ? 1 + who % kStaGroups : 1 + who - kStaAps});
+         });
+}
+
 void fill_databases(uint32_t now) {
     sql_conn db = bench_open(tallyd_path(TALLYD_DB_MAIN));
     sql_conn backup = bench_open(tallyd_path(TALLYD_DB_BACKUP));
@@ -199,17 +327,15 @@ void fill_databases(uint32_t now) {
          "INSERT INTO statis_client_info_h(time, client_mac, ap_id, ssid_id, dvcinfo_id, ip, "
          "ip6, host_name, user_name, active) VALUES(?, ?, ?, ?, 0, ?, '', ?, ?, 1)",
          kClients, [&](sql_stmt &s, uint32_t c) {
-             char colon[24];  // mac12(c) with colons
-             std::snprintf(colon, sizeof colon, "02:5c:%02x:%02x:%02x:%02x", c >> 24,
-                           (c >> 16) & 0xff, (c >> 8) & 0xff, c & 0xff);
-             s.bind(1, int64_t{now});
-             s.bind(2, std::string_view(colon));
+             s.bind(1, int64_t{now - (c < kStaClients ? 0 : 60)});  // the stations newest
+             s.bind(2, station_mac(c));                             // mac12(c) with colons
              s.bind(3, int64_t{1 + c % kAps});
              s.bind(4, int64_t{1 + c % kSsids});
              s.bind(5, "10.0." + std::to_string(c / 256) + "." + std::to_string(c % 256));
              s.bind(6, "host-" + std::to_string(c));
              s.bind(7, "user" + std::to_string(c));
          });
+    fill_statistics(statistic, now);
 }
 
 void write_file(const std::string &path, const std::string &body) {
@@ -234,7 +360,8 @@ void write_configuration() {
     for (uint32_t s = 1; s <= kSsids; ++s) {
         const std::string name = "ssid-" + std::to_string(s);
         ssids += "<avpssid id=\"" + std::to_string(s) + "\" ssid=\"" + name + "\"/>";
-        wlans += "<wlan ssid=\"" + name + "\" encryption=\"wpa2-psk\"/>";
+        wlans += "<wlan id=\"" + std::to_string(s) + "\" ssid=\"" + name +
+                 "\" encryption=\"wpa2-psk\"/>";
     }
     auto write = [](const char *list, const std::string &body) {
         write_file(tallyd_path(std::string(TALLYD_XREPO_DIR) + "/" + list + ".xml"), body);
@@ -276,8 +403,8 @@ std::vector<double> measure(const kind &k) {
 }  // namespace
 
 int main(int argc, char **argv) {
-    // An argument limits the run to the kinds whose name contains it.
-    const std::string only = argc > 1 ? argv[1] : "";
+    // Arguments limit the run to the kinds whose name contains one of them.
+    const std::vector<std::string> only(argv + 1, argv + argc);
     bench_root root;
     write_configuration();
     const pid_t daemon = bench_start_daemon(root.path());
@@ -298,7 +425,10 @@ int main(int argc, char **argv) {
     const std::vector<kind> all = kinds();
     for (size_t i = 0; i < all.size(); ++i) {
         const std::string name = kind_name(all[i], i);
-        if (name.find(only) == std::string::npos) continue;
+        if (!only.empty() && std::none_of(only.begin(), only.end(), [&](const std::string &o) {
+                return name.find(o) != std::string::npos;
+            }))
+            continue;
         const std::vector<double> ms = measure(all[i]);
         if (ms.empty()) {
             std::printf("%s: no reply\n", name.c_str());
