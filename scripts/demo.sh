@@ -160,6 +160,32 @@ report usage --series --png "$ROOT/usage.png"
 echo "pictures: $ROOT/apps.png (applications of the day), $ROOT/usage.png (the last hour)"
 
 # ---------------------------------------------------------------------------
+section "Wireless statistics: the client list, summaries and charts"
+echo "Fed only by the controller's messages, the daemon never fills the AP traffic tables"
+echo "(statis_ap_h, statis_ap_d) or the chart table (statis_ap_chart). The client list and the"
+echo "summaries measure against the AP traffic, so here they answer without data:"
+report clients
+report client-summary
+STAT_DB="$FLOW_ROOT/tmp/tallyd/statistic.db"
+echo "Filled by this demo from the stations' own counters (each client's AP and SSID from the"
+echo "client directory), in five-minute steps, as AP statistics would fill them:"
+sqlite3 -cmd ".timeout 5000" "$STAT_DB" "
+INSERT INTO statis_ap_h(time, ap_id, ssid_id, apgroup_id, wlangroup_id,
+                        tx_bytes, rx_bytes, total_bytes)
+  SELECT h.time - h.time % 300, i.ap_id, i.ssid_id, h.apgroup_id, h.wlangroup_id,
+         SUM(h.tx_bytes), SUM(h.rx_bytes), SUM(h.total_bytes)
+  FROM statis_client_h h JOIN statis_client_info_h i USING(client_mac) GROUP BY 1, 2, 3;
+INSERT INTO statis_ap_chart(time, ap_id, apgroup_id, tx_bytes, rx_bytes, client_count)
+  SELECT h.time - h.time % 300, i.ap_id, h.apgroup_id, SUM(h.tx_bytes), SUM(h.rx_bytes),
+         COUNT(DISTINCT h.client_mac)
+  FROM statis_client_h h JOIN statis_client_info_h i USING(client_mac) GROUP BY 1, 2;"
+report clients | head -8 || true  # the first clients
+report ap-stats --top 5
+report client-summary --top 5
+"$TALLYCTL" --root "$FLOW_ROOT" ap-chart --day --png "$ROOT/ap-chart.png" >/dev/null
+echo "picture: $ROOT/ap-chart.png (the traffic of all APs over the day, five-minute steps)"
+
+# ---------------------------------------------------------------------------
 section "The same databases as OpenMetrics for Prometheus: tallyctl metrics (a few lines)"
 echo "\$ tallyctl metrics --top 3 | grep -E '^tallyd_(up|app_hour_bytes|ap_clients|db_file)'"
 "$TALLYCTL" --root "$FLOW_ROOT" metrics --top 3 |
