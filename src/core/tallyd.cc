@@ -44,13 +44,7 @@ void start_up() {
     if (nice(19) == -1) {
         // The lowest priority is a courtesy; running without it is fine.
     }
-    tallyd_init_sys_info(&tallyd_sys_info);
-    tallyd_set_platform_limits(&tallyd_sys_info);
-    fflush(stdout);
-    tallyd_provision_port_file();
-    tallyd_set_ap_wlan_seeder(tallyd_get_wlan_from_apgrp);
-    if (tallyd_init_avp_db(&tallyd_db_set) != 0) perror("Failed to init DB\n");
-    tallyd_load_dictionaries(&tallyd_sys_info);
+    tallyd_load_state();
     make_system_dirs();
     crashdump_init("tallyd");
     // Without a pid file the daemon still serves; only the next start's
@@ -88,6 +82,16 @@ void shut_down() {
 }
 
 }  // namespace
+
+void tallyd_load_state() {
+    tallyd_init_sys_info(&tallyd_sys_info);
+    tallyd_set_platform_limits(&tallyd_sys_info);
+    fflush(stdout);
+    tallyd_provision_port_file();
+    tallyd_set_ap_wlan_seeder(tallyd_get_wlan_from_apgrp);
+    if (tallyd_init_avp_db(&tallyd_db_set) != 0) perror("Failed to init DB\n");
+    tallyd_load_dictionaries(&tallyd_sys_info);
+}
 
 int tallyd_main() {
     start_up();
