@@ -2,10 +2,13 @@
 BUILD      ?= build
 ASAN_BUILD ?= build/asan
 MIPS_BUILD ?= build/mips
+FUZZ_BUILD ?= build/fuzz
+FUZZ_SECONDS ?= 1800
 JOBS       ?= 2
 CMAKE_GEN  := -G Ninja
 
-.PHONY: all build test unit asan demo bench deps clean format format-check deps-mips mips test-mips
+.PHONY: all build test unit asan demo bench deps clean format format-check deps-mips mips \
+	test-mips fuzz-build fuzz-smoke fuzz
 
 all: build
 
@@ -29,7 +32,24 @@ asan: deps $(ASAN_BUILD)/build.ninja
 	cd $(ASAN_BUILD) && ASAN_OPTIONS=detect_leaks=1 UBSAN_OPTIONS=print_stacktrace=1 \
 		ctest --output-on-failure -j $(JOBS)
 
-test: format-check unit asan
+# The fuzz targets: their own build with clang, everything instrumented for
+# libFuzzer, ASan and UBSan. fuzz-smoke gives each target a few seconds on
+# the seeds (part of make test); fuzz runs them all for FUZZ_SECONDS and
+# keeps the new inputs in $(FUZZ_BUILD)/fuzz/corpus.
+$(FUZZ_BUILD)/build.ninja: | deps
+	CC=clang CXX=clang++ cmake -S . -B $(FUZZ_BUILD) $(CMAKE_GEN) -DCMAKE_BUILD_TYPE=RelWithDebInfo \
+		-DTALLYD_FUZZ=ON -DTALLYD_TESTS=OFF
+
+fuzz-build: deps $(FUZZ_BUILD)/build.ninja
+	cmake --build $(FUZZ_BUILD) -j $(JOBS) --target fuzz_all
+
+fuzz-smoke: fuzz-build
+	./scripts/fuzz.sh $(FUZZ_BUILD) smoke 8
+
+fuzz: fuzz-build
+	./scripts/fuzz.sh $(FUZZ_BUILD) long $(FUZZ_SECONDS)
+
+test: format-check unit asan fuzz-smoke
 
 # The controller's ABI: 32-bit big-endian MIPS, run under qemu-user. The target's
 # libraries come from Debian's sources (scripts/mips-deps.sh); unit tests run
