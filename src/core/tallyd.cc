@@ -1,5 +1,6 @@
 #include "core/tallyd.h"
 
+#include <malloc.h>
 #include <unistd.h>
 
 #include <cstdio>
@@ -16,6 +17,7 @@
 #include "core/signals.h"
 #include "core/sizing.h"
 #include "db/db_files.h"
+#include "db/db_memory.h"
 #include "db/db_set.h"
 #include "db/schema.h"
 #include "eloop/eloop.h"
@@ -36,11 +38,22 @@ void make_system_dirs() {
         std::filesystem::path(tallyd_path(CRASHDUMP_DIR)).parent_path(), ec);
 }
 
+// The heap gives freed memory back to the system early: blocks of 64 KB and
+// more (the reply of a report, a repository list being parsed) are mapped on
+// their own and unmapped when freed, and a free top of the heap larger than
+// 64 KB is returned at once. A long-running daemon on a small device should
+// not keep the high-water mark of its busiest minute.
+void limit_heap() {
+    mallopt(M_MMAP_THRESHOLD, 64 * 1024);
+    mallopt(M_TRIM_THRESHOLD, 64 * 1024);
+}
+
 void start_up() {
     if (tallyd_check_tallyd_existing()) {
         perror("The tallyd is existing!\n");
         exit(-1);
     }
+    limit_heap();
     if (nice(19) == -1) {
         // The lowest priority is a courtesy; running without it is fine.
     }
@@ -89,6 +102,7 @@ void tallyd_load_state() {
     fflush(stdout);
     tallyd_provision_port_file();
     tallyd_set_ap_wlan_seeder(tallyd_get_wlan_from_apgrp);
+    tallyd_db_memory_init(tallyd_sys_info.platform_class);
     if (tallyd_init_avp_db(&tallyd_db_set) != 0) perror("Failed to init DB\n");
     tallyd_load_dictionaries(&tallyd_sys_info);
 }

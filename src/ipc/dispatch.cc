@@ -1,5 +1,6 @@
 #include "ipc/dispatch.h"
 
+#include <sys/mman.h>
 #include <sys/socket.h>
 #include <sys/un.h>
 #include <unistd.h>
@@ -30,7 +31,13 @@ struct recv_area {
 // The control socket's buffer is process-wide; the statistics socket reads
 // into one of its own (it stands in for the platform's message buffers).
 uint8_t ctrl_buf[TALLYD_RECV_BUF_SIZE];
-uint8_t stat_buf[TALLYD_STAT_BUF_SIZE];
+alignas(4096) uint8_t stat_buf[TALLYD_STAT_BUF_SIZE];
+
+// What the statistics buffer keeps in RAM between datagrams. A counters
+// batch of a thousand stations fills half a megabyte of it once a minute;
+// afterwards the pages past this mark are handed back to the system, which
+// gives them back zero-filled when the next large batch arrives.
+constexpr size_t kStatResident = 64 * 1024;
 recv_area ctrl_area{ctrl_buf, 0};
 recv_area stat_area{stat_buf, 0};
 
@@ -54,6 +61,15 @@ int32_t receive(int sock, recv_area &a, int flags, sockaddr_un *from, socklen_t 
     if (a.dirty > kept) std::memset(a.buf.data() + kept, 0, a.dirty - kept);
     a.dirty = kept;
     return static_cast<int32_t>(n);
+}
+
+// Gives back the pages of a that lie past keep (a multiple of the page size)
+// once a datagram has written there; they read as zeros afterwards.
+void release_tail(recv_area &a, size_t keep) {
+    if (a.dirty <= keep) return;
+    const size_t page = 4096, end = (a.dirty + page - 1) / page * page;
+    if (madvise(a.buf.data() + keep, std::min(end, a.buf.size()) - keep, MADV_DONTNEED) == 0)
+        a.dirty = keep;
 }
 
 const tallyd_route *find_route(const tallyd_route_table *table, uint32_t id) {
@@ -130,10 +146,10 @@ void tallyd_stat_receive(int sock, void *eloop_data, void *) {
                    "takes\n",
                    static_cast<uint32_t>(len), module_of(stat_buf),
                    static_cast<uint32_t>(TALLYD_STAT_MAX_DATAGRAM));
-        return;
+    } else if (tallyd_msg_check(stat_buf, len, true) == 0) {
+        tallyd_msg_dispatch(static_cast<const tallyd_route_table *>(eloop_data), stat_buf);
     }
-    if (tallyd_msg_check(stat_buf, len, true) != 0) return;
-    tallyd_msg_dispatch(static_cast<const tallyd_route_table *>(eloop_data), stat_buf);
+    release_tail(stat_area, kStatResident);
 }
 
 void tallyd_monitor_receive(int sock, void *, void *) {
