@@ -7,7 +7,7 @@ FUZZ_SECONDS ?= 1800
 JOBS       ?= 2
 CMAKE_GEN  := -G Ninja
 
-.PHONY: all build test unit asan demo bench deps clean format format-check deps-mips mips \
+.PHONY: all build test unit asan demo bench soak deps clean format format-check deps-mips mips \
 	test-mips fuzz-build fuzz-smoke fuzz
 
 all: build
@@ -81,6 +81,11 @@ bench: deps
 	cmake -S . -B $(BUILD)/bench $(CMAKE_GEN) -DCMAKE_BUILD_TYPE=Release -DTALLYD_BENCH=ON -DTALLYD_TESTS=OFF
 	cmake --build $(BUILD)/bench -j $(JOBS)
 	./scripts/bench.sh $(BUILD)/bench
+
+# Sustained load (not part of make test): 10,000 datagrams a second for 60 s
+# while the simulator feeds flows at 60 times real speed.
+soak: build
+	./scripts/soak.sh $(BUILD) 60 10000
 
 format:
 	clang-format -i $$(git ls-files '*.cc' '*.h')

@@ -10,3 +10,7 @@ for b in "$dir"/bench/*_bench; do
     "$b"
 done
 [ "$found" = 1 ] || echo "bench: no benchmarks built in $dir/bench"
+# The daemon's peak RSS at the default platform under the soak's load, for
+# a shorter time.
+echo "== memory under load (scripts/soak.sh $dir 20)"
+"$(dirname "$0")/soak.sh" "$dir" 20 10000 | grep -v "^tallyd-sim" || true

@@ -13,7 +13,8 @@ bin=$build/fuzz
 seeds=$bin/seeds
 rm -rf "$seeds"
 "$bin/tallyd-fuzz-seeds" "$seeds" >/dev/null
-mkdir -p "$bin/artifacts" "$bin/logs"
+logs=$bin/logs/$mode
+mkdir -p "$bin/artifacts" "$logs"
 export ASAN_OPTIONS=detect_leaks=1:abort_on_error=1
 export UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1
 
@@ -23,11 +24,11 @@ targets="control:control:8400 stat:stat:40000 monitor:monitor:600 flow:flow:1638
 run() {  # name seeds max_len corpus
     $nice "$bin/fuzz_$1" -max_total_time="$secs" -max_len="$3" -dict="$seeds/msg_ids.dict" \
         -artifact_prefix="$bin/artifacts/$1-" -print_final_stats=1 -rss_limit_mb=2048 \
-        "$4" "$seeds/$2" >"$bin/logs/$1.log" 2>&1
+        "$4" "$seeds/$2" >"$logs/$1.log" 2>&1
 }
 
 execs() {  # name: executions the last run of the target reached
-    sed -n 's/^stat::number_of_executed_units: *//p' "$bin/logs/$1.log" | tail -1
+    sed -n 's/^stat::number_of_executed_units: *//p' "$logs/$1.log" | tail -1
 }
 
 status=0
@@ -41,8 +42,8 @@ EOT
         if run "$name" "$dir" "$len" "$scratch"; then
             echo "fuzz-smoke: $name $(execs "$name") executions, no finding"
         else
-            echo "fuzz-smoke: $name FAILED, see $bin/logs/$name.log"
-            tail -30 "$bin/logs/$name.log"
+            echo "fuzz-smoke: $name FAILED, see $logs/$name.log"
+            tail -30 "$logs/$name.log"
             status=1
         fi
         rm -rf "$scratch"
@@ -57,14 +58,14 @@ for t in $targets; do
 $t
 EOT
     mkdir -p "$bin/corpus/$name"
-    ( run "$name" "$dir" "$len" "$bin/corpus/$name" && echo ok >"$bin/logs/$name.rc" ||
-      echo failed >"$bin/logs/$name.rc" ) &
+    ( run "$name" "$dir" "$len" "$bin/corpus/$name" && echo ok >"$logs/$name.rc" ||
+      echo failed >"$logs/$name.rc" ) &
     pids="$pids $!"
 done
 wait $pids
 for t in $targets; do
     name=${t%%:*}
-    echo "fuzz: $name $(execs "$name") executions, corpus $(ls "$bin/corpus/$name" | wc -l) entries, $(cat "$bin/logs/$name.rc")"
-    [ "$(cat "$bin/logs/$name.rc")" = ok ] || status=1
+    echo "fuzz: $name $(execs "$name") executions, corpus $(ls "$bin/corpus/$name" | wc -l) entries, $(cat "$logs/$name.rc")"
+    [ "$(cat "$logs/$name.rc")" = ok ] || status=1
 done
 exit $status

@@ -118,9 +118,7 @@ int main(int argc, char **argv) {
     for (uint32_t m = 0; m < 4; ++m) {
         world.play(m, &minute);
         for (sim_message &msg : minute.control) {
-            tallyd_msg_header_put(msg.bytes, 0, msg.id,
-                                  static_cast<uint32_t>(msg.bytes.size() - TALLYD_MSG_HDR_LEN));
-            control.add(msg.bytes);
+            control.add(sim_sealed(msg));
             tallyd_msg_dispatch(&tallyd_ctrl_routes, msg.bytes);
         }
         stat.add_msg(TALLYD_MSG_CLIENT_STATS,

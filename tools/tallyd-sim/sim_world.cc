@@ -6,6 +6,7 @@
 #include <unordered_map>
 
 #include "ipc/msg_ids.h"
+#include "ipc/msg_layout.h"
 #include "sim/arc_writer.h"
 
 using namespace events_wire;
@@ -251,4 +252,10 @@ void sim_world::play(uint32_t m, sim_minute *out) {
     ap_events(m, out);
     client_events(out);
     traffic(m, out);
+}
+
+std::vector<uint8_t> &sim_sealed(sim_message &msg) {
+    tallyd_msg_header_put(msg.bytes, 0, msg.id,
+                          static_cast<uint32_t>(msg.bytes.size() - TALLYD_MSG_HDR_LEN));
+    return msg.bytes;
 }

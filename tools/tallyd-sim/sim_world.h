@@ -35,6 +35,10 @@ struct sim_message {
     std::vector<uint8_t> bytes;
 };
 
+// Fills in the header of msg (its id, the length of what follows the header)
+// and returns its bytes, ready to send.
+std::vector<uint8_t> &sim_sealed(sim_message &msg);
+
 // What one minute produces.
 struct sim_minute {
     std::vector<sim_message> control;  // in order
