@@ -5,6 +5,7 @@
 
 #include <gtest/gtest.h>
 
+#include <chrono>
 #include <cstdlib>
 #include <ctime>
 #include <filesystem>
@@ -62,6 +63,14 @@ struct sim_clock {
         o.time_scale = scale;
         o.env = {"TALLYD_TIME_ORIGIN=" + origin};
         return o;
+    }
+    // The daemon's wall clock now.
+    uint32_t now() const {
+        const double real =
+            std::chrono::duration<double>(std::chrono::system_clock::now().time_since_epoch())
+                .count();
+        const double start = std::stod(origin);
+        return static_cast<uint32_t>(start + (real - start) * scale);
     }
     // tallyd-sim with args against d's root: its output and exit status.
     std::pair<std::string, int> run(const tallyd_daemon &d, const std::string &args) const {
