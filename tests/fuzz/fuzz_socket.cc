@@ -46,8 +46,11 @@ const socket_under_test kSockets[] = {
 constexpr const socket_under_test &kSocket = kSockets[FUZZ_SOCKET];
 
 // The requests the daemon answers on the control socket.
-constexpr uint32_t kAnswered[] = {TALLYD_MSG_GET_TOP_SUMMARY, TALLYD_MSG_GET_CLIENTS_SUMMARY,
-                                  TALLYD_MSG_GET_APP_CLIENT};
+constexpr uint32_t kAnswered[] = {TALLYD_MSG_GET_TOP_SUMMARY,      TALLYD_MSG_GET_CLIENTS_SUMMARY,
+                                  TALLYD_MSG_GET_APP_CLIENT,       TALLYD_MSG_GET_CLIENT_LIST,
+                                  TALLYD_MSG_STATIS_SINGLE_CLIENT, TALLYD_MSG_STATIS_AP,
+                                  TALLYD_MSG_STATIS_SSID,          TALLYD_MSG_STATIS_CLIENT,
+                                  TALLYD_MSG_STATIS_AP_CHART,      TALLYD_MSG_STATIS_CLIENT_CHART};
 
 struct endpoints {
     int server = -1;  // the daemon's socket
