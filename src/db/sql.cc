@@ -24,7 +24,7 @@ void take_error(int rc, char *msg, sqlite3 *db, sql_error *err) {
 }  // namespace
 
 bool tallyd_sql_is_malformed(std::string_view err) {
-    return err == TALLYD_ERR_MALFORMED;
+    return err == TALLYD_ERR_MALFORMED || err == TALLYD_ERR_NOT_A_DB;
 }
 
 int sql_exec(sqlite3 *db, const char *sql, sql_error *err) {

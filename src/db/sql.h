@@ -22,8 +22,11 @@
 
 inline constexpr std::string_view TALLYD_ERR_MALFORMED = "database disk image is malformed";
 inline constexpr std::string_view TALLYD_ERR_LOCKED = "database is locked";
+// What an open connection meets once its file's header was overwritten.
+inline constexpr std::string_view TALLYD_ERR_NOT_A_DB = "file is not a database";
 
-// True for the exact SQLite text that asks for a rebuild.
+// True for the exact SQLite texts that ask for a rebuild: a malformed
+// database, or a file whose header no longer reads as a database.
 bool tallyd_sql_is_malformed(std::string_view err);
 
 // The error text of the last failed call, as sqlite3_exec would have handed

@@ -5,6 +5,7 @@
 #include "base/log.h"
 #include "base/path.h"
 #include "db/db_files.h"
+#include "db/db_fs.h"
 #include "db/db_set.h"
 #include "db/sql.h"
 #include "db/tables.h"
@@ -63,7 +64,16 @@ int open_top_list_db() {
 }
 
 int create_logged(const char *sql) {
-    if (sql_exec(tallyd_db_set.top_list_db.get(), sql) == SQLITE_OK) return 0;
+    sql_error err;
+    if (sql_exec(tallyd_db_set.top_list_db.get(), sql, &err) == SQLITE_OK) return 0;
+    // The file holds nothing between two reports: a damaged one is replaced
+    // by an empty one rather than failing every list from now on.
+    if (err.malformed()) {
+        tallyd_db_set.top_list_db.close();
+        db_fs_rm(tallyd_path(TALLYD_DB_TOP_LIST));
+        if (open_top_list_db() == 0 && sql_exec(tallyd_db_set.top_list_db.get(), sql) == SQLITE_OK)
+            return 0;
+    }
     tallyd_log(LOG_ERR, "tallyd, Failed to create table, tab = %s\n", sql);
     return -1;
 }
