@@ -24,7 +24,7 @@ namespace {
 // file is still the one the test marked.
 constexpr const char *kMark = "test_mark";
 
-// One reply to a request, within wait_ms; its size, or 0 for none.
+// The one reply to a request, within 3 s: its size, or 0 for none.
 size_t reply_size(tallyd_daemon &d, uint32_t id, const std::vector<uint8_t> &msg) {
     auto replies = d.request(id, std::span(msg).subspan(12), 3000, 50);
     EXPECT_LE(replies.size(), 1u) << "answered twice";
