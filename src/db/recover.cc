@@ -7,6 +7,7 @@
 #include "db/db_set.h"
 #include "db/schema.h"
 #include "db/sql.h"
+#include "db/top_list.h"
 
 namespace {
 
@@ -50,6 +51,54 @@ void tallyd_recover_from_malformed(uint32_t mask) {
     if (mask & TALLYD_RECOVER_BACKUP) rebuild_backup();
     if (mask & TALLYD_RECOVER_FLASH) rebuild_flash();
     if (mask & TALLYD_RECOVER_STATISTIC) rebuild_statistic();
+}
+
+namespace {
+
+// The mask bits of the database conn is connected to; 0 for a connection
+// that is not one of the set's five rebuildable ones.
+uint32_t own_bits(const sql_conn &conn) {
+    const tallyd_db_set_t &s = tallyd_db_set;
+    if (&conn == &s.db) return TALLYD_RECOVER_DB;
+    if (&conn == &s.db_flash) return TALLYD_RECOVER_FLASH;
+    if (&conn == &s.temp_db) return TALLYD_RECOVER_TEMP;
+    if (&conn == &s.backup_hour_db) return TALLYD_RECOVER_BACKUP;
+    if (&conn == &s.statistic_db) return TALLYD_RECOVER_STATISTIC;
+    return 0;
+}
+
+// The size of the file the connection reads, as its VFS sees it; -1 when
+// it cannot be told.
+int64_t file_size(sql_conn &conn) {
+    sqlite3_file *file = nullptr;
+    sqlite3_int64 size = -1;
+    if (sqlite3_file_control(conn.get(), "main", SQLITE_FCNTL_FILE_POINTER, &file) != SQLITE_OK ||
+        !file || !file->pMethods || file->pMethods->xFileSize(file, &size) != SQLITE_OK)
+        return -1;
+    return size;
+}
+
+}  // namespace
+
+bool tallyd_db_damaged(sql_conn &conn, const sql_error &err) {
+    if (!err.failed()) return false;
+    if (err.malformed()) return true;
+    return std::string_view(err.text).starts_with("no such table") && conn && file_size(conn) == 0;
+}
+
+void tallyd_recover_damaged(sql_conn &conn, uint32_t mask) {
+    if (&conn == &tallyd_db_set.top_list_db) {
+        tallyd_replace_top_list_db();
+        return;
+    }
+    const uint32_t own = own_bits(conn);
+    tallyd_recover_from_malformed(own && mask && !(mask & own) ? own : mask);
+}
+
+bool tallyd_recover_if_damaged(sql_conn &conn, const sql_error &err, uint32_t mask) {
+    if (!tallyd_db_damaged(conn, err)) return false;
+    tallyd_recover_damaged(conn, mask);
+    return true;
 }
 
 namespace {

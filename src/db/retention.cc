@@ -56,7 +56,7 @@ int tallyd_delete_by_time(tallyd_table table, uint32_t cut, sql_conn &conn, uint
     sql_error err;
     if (sql_exec_log_msg(conn.get(), "BEGIN TRANSACTION",
                          "tallyd, delete record BEGIN,  aErrMsg = %s\n", &err) != SQLITE_OK) {
-        if (err.malformed()) tallyd_recover_from_malformed(mask);
+        tallyd_recover_if_damaged(conn, err, mask);
         return -1;
     }
     char sql[128];
@@ -72,8 +72,8 @@ int tallyd_delete_by_time(tallyd_table table, uint32_t cut, sql_conn &conn, uint
         // Another connection's lock, not damage: the delete is undone so that
         // the connection is free, and the next run deletes these rows.
         sql_exec(conn.get(), "ROLLBACK TRANSACTION");
-    } else if (err.malformed()) {
-        tallyd_recover_from_malformed(mask);
+    } else {
+        tallyd_recover_if_damaged(conn, err, mask);
     }
     // Any other failure leaves the transaction open: nothing rolls back.
     return -1;

@@ -7,6 +7,7 @@
 #include "db/db_files.h"
 #include "db/db_fs.h"
 #include "db/db_set.h"
+#include "db/recover.h"
 #include "db/sql.h"
 #include "db/tables.h"
 
@@ -68,12 +69,9 @@ int create_logged(const char *sql) {
     if (sql_exec(tallyd_db_set.top_list_db.get(), sql, &err) == SQLITE_OK) return 0;
     // The file holds nothing between two reports: a damaged one is replaced
     // by an empty one rather than failing every list from now on.
-    if (err.malformed()) {
-        tallyd_db_set.top_list_db.close();
-        db_fs_rm(tallyd_path(TALLYD_DB_TOP_LIST));
-        if (open_top_list_db() == 0 && sql_exec(tallyd_db_set.top_list_db.get(), sql) == SQLITE_OK)
-            return 0;
-    }
+    if (tallyd_db_damaged(tallyd_db_set.top_list_db, err) && tallyd_replace_top_list_db() == 0 &&
+        sql_exec(tallyd_db_set.top_list_db.get(), sql) == SQLITE_OK)
+        return 0;
     tallyd_log(LOG_ERR, "tallyd, Failed to create table, tab = %s\n", sql);
     return -1;
 }
@@ -114,4 +112,10 @@ int tallyd_drop_top_list_table(uint32_t flag) {
         return -1;
     }
     return 0;
+}
+
+int tallyd_replace_top_list_db() {
+    tallyd_db_set.top_list_db.close();
+    db_fs_rm(tallyd_path(TALLYD_DB_TOP_LIST));
+    return open_top_list_db();
 }

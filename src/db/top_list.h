@@ -12,3 +12,6 @@
 int tallyd_create_top_list_table(uint32_t flag);
 // Drops them. 0, or -1 after logging.
 int tallyd_drop_top_list_table(uint32_t flag);
+// Replaces a damaged avp_top_list.db by an empty one (the file holds
+// nothing between two reports). 0, or -1 when the new file cannot be opened.
+int tallyd_replace_top_list_db();

@@ -137,5 +137,5 @@ void tallyd_client_stats(std::span<const uint8_t> msg) {
                          "tallyd, update sta transaction, aErrMsg = %s\n", &err) != SQLITE_OK)
         last = err;
     tallyd_log(LOG_DEBUG, "tallyd, sta count = %d\n", count);
-    if (last.malformed()) tallyd_recover_from_malformed(TALLYD_RECOVER_STATISTIC);
+    tallyd_recover_if_damaged(db, last, TALLYD_RECOVER_STATISTIC);
 }

@@ -97,5 +97,5 @@ void tallyd_sta_add(const station &s) {
                 tallyd_log(LOG_ERR, "tallyd, add sta, no ap_id or ssid_id\n");
         }
     }
-    if (err.malformed()) tallyd_recover_from_malformed(TALLYD_RECOVER_STATISTIC);
+    tallyd_recover_if_damaged(db, err, TALLYD_RECOVER_STATISTIC);
 }

@@ -205,5 +205,5 @@ int tallyd_pre_handle_client_statis_info(int32_t mode, tallyd_table src_table,
             run.note(err);
         }
     }
-    return rollup_result(run.last().malformed(), kMaskStatistic);
+    return rollup_result(conn, run.last(), kMaskStatistic);
 }

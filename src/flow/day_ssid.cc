@@ -34,8 +34,8 @@ constexpr const char *kInsert =
     "INSERT INTO %s(time, app, port, ssid, uplink, downlink, group_id) "
     "VALUES(?, ?, ?, ?, ?, ?, ?)";
 
-// One run of the rollup: the arguments, and whether SQLite has reported the
-// malformed text (which ends the walk).
+// One run of the rollup: the arguments, and the connection whose file SQLite
+// has shown damaged (which ends the walk).
 struct ssid_run {
     int32_t mode;
     const char *src_table;
@@ -46,12 +46,12 @@ struct ssid_run {
     sql_conn &dst;
     int32_t limit;
     sql_stmt *insert = nullptr;
-    bool malformed = false;
+    sql_conn *damaged = nullptr;
 
-    // Logs a failure with fmt and notes a malformed database.
-    void failed(const char *fmt, const sql_error &err) {
+    // Logs a failure of a statement on conn with fmt and notes damage.
+    void failed(sql_conn &conn, const char *fmt, const sql_error &err) {
         tallyd_log(LOG_ERR, fmt, err.text.c_str());
-        malformed = malformed || err.malformed();
+        if (!damaged && tallyd_db_damaged(conn, err)) damaged = &conn;
     }
 };
 
@@ -71,7 +71,7 @@ void insert_row(ssid_run &run, const sql_table &rows, int r, rollup_quoted &app)
         s.bind(7, int64_t{rows.int_at(r, 5)});
         if (s.run(&err) == SQLITE_OK) return;
     }
-    run.failed("tallyd, INSERT avp_ssid aErrMsg = %s\n", err);
+    run.failed(run.dst, "tallyd, INSERT avp_ssid aErrMsg = %s\n", err);
 }
 
 // The application rows of one SSID.
@@ -85,11 +85,11 @@ void roll_up_ssid(ssid_run &run, int32_t ssid) {
     sql_error err;
     sql_table rows;
     if (sql_get_table(run.src.get(), sql, rows, &err) != SQLITE_OK) {
-        run.failed("tallyd, SELECT avp-ssid aErrMsg = %s\n", err);
+        run.failed(run.src, "tallyd, SELECT avp-ssid aErrMsg = %s\n", err);
         return;
     }
     rollup_quoted app;
-    for (int r = 0; r < rows.rows() && !run.malformed; ++r) insert_row(run, rows, r, app);
+    for (int r = 0; r < rows.rows() && !run.damaged; ++r) insert_row(run, rows, r, app);
 }
 
 void roll_up_ssids(ssid_run &run) {
@@ -101,10 +101,10 @@ void roll_up_ssids(ssid_run &run) {
     sql_error err;
     sql_table ssids;
     if (sql_get_table(run.src.get(), sql, ssids, &err) != SQLITE_OK) {
-        run.failed("tallyd, DISTINCT ssid aErrMsg = %s\n", err);
+        run.failed(run.src, "tallyd, DISTINCT ssid aErrMsg = %s\n", err);
         return;
     }
-    for (int r = 0; r < ssids.rows() && ssids.at(r, 0) && !run.malformed; ++r)
+    for (int r = 0; r < ssids.rows() && ssids.at(r, 0) && !run.damaged; ++r)
         roll_up_ssid(run, ssids.int_at(r, 0));
 }
 
@@ -138,6 +138,8 @@ int tallyd_pre_handle_avp_ssid(int32_t mode, tallyd_table src_table, tallyd_tabl
     roll_up_ssids(run);
     sql_error err;
     if (sql_exec(dst.get(), "COMMIT TRANSACTION", &err) != SQLITE_OK)
-        run.failed("tallyd, avp_ssid commit aErrMsg = %s\n", err);
-    return rollup_result(run.malformed, kMask);
+        run.failed(run.dst, "tallyd, avp_ssid commit aErrMsg = %s\n", err);
+    if (!run.damaged) return 0;
+    tallyd_recover_damaged(*run.damaged, kMask);
+    return -1;
 }

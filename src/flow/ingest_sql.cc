@@ -72,10 +72,10 @@ int32_t flow_sql::group_id(const char *file_name) {
     char sql[256];
     std::snprintf(sql, sizeof sql, kGroup.printed(), ap_mac);
     tallyd_log(LOG_ERR, kValueErr, sql, err.text.c_str());
-    if (err.malformed()) {
+    if (tallyd_db_damaged(tallyd_db_set.db, err)) {
         // The rebuild closes db, and with it the read transaction.
         end_read();
-        tallyd_recover_from_malformed(TALLYD_RECOVER_DB);
+        tallyd_recover_damaged(tallyd_db_set.db, TALLYD_RECOVER_DB);
     }
     return 1;
 }
@@ -99,7 +99,7 @@ int flow_sql::insert(const flow_row &r) {
         if (s->run(&err) == SQLITE_OK) return 0;
     }
     log_insert_failure(r, err.text.c_str());
-    if (err.malformed()) {
+    if (tallyd_db_damaged(tallyd_db_set.temp_db, err)) {
         insert_ = nullptr;
         tallyd_create_avp_temp_db(&tallyd_db_set);
     }

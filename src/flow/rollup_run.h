@@ -4,9 +4,9 @@
 // The transaction is begun whatever BEGIN answers (a transaction that a
 // failed run left open simply goes on) and is deliberately neither committed
 // nor rolled back when an INSERT fails: a later COMMIT on that connection
-// commits what it holds. A malformed database starts the rebuild of the
-// given mask and makes the result -1; every other failure is logged and the
-// result is 0.
+// commits what it holds. A damaged database starts the rebuild (the given
+// mask, see rollup_result) and makes the result -1; every other failure is
+// logged and the result is 0.
 #pragma once
 
 #include <cstdint>
@@ -34,7 +34,7 @@ int rollup_run(sql_conn &src, const char *select, sql_conn &dst, const char *ins
     sql_table rows;
     if (sql_get_table(src.get(), select, rows, &err) != SQLITE_OK) {
         tallyd_log(LOG_ERR, msgs.select_fail, err.text.c_str());
-        return rollup_result(err.malformed(), mask);
+        return rollup_result(src, err, mask);
     }
     sql_exec(dst.get(), "BEGIN TRANSACTION");
     const int last = rows.cols() - 1;
@@ -49,9 +49,9 @@ int rollup_run(sql_conn &src, const char *select, sql_conn &dst, const char *ins
             if (insert->run(&err) == SQLITE_OK) continue;
         }
         tallyd_log(LOG_ERR, msgs.insert_fail, err.text.c_str());
-        return rollup_result(err.malformed(), mask);
+        return rollup_result(dst, err, mask);
     }
     if (sql_exec(dst.get(), "COMMIT TRANSACTION", &err) != SQLITE_OK)
         tallyd_log(LOG_ERR, msgs.commit_fail, err.text.c_str());
-    return rollup_result(err.malformed(), mask);
+    return rollup_result(dst, err, mask);
 }

@@ -6,10 +6,8 @@
 #include "base/log.h"
 #include "db/recover.h"
 
-int rollup_result(bool malformed, uint32_t mask) {
-    if (!malformed) return 0;
-    tallyd_recover_from_malformed(mask);
-    return -1;
+int rollup_result(sql_conn &conn, const sql_error &err, uint32_t mask) {
+    return tallyd_recover_if_damaged(conn, err, mask) ? -1 : 0;
 }
 
 sql_stmt *rollup_stmt(sql_conn &conn, const char *fmt, tallyd_table table, sql_error *err) {

@@ -18,9 +18,10 @@ inline const char *rollup_text(const char *v) {
     return v ? v : "(null)";
 }
 
-// The result of a rollup: when SQLite reported a malformed database, the
-// rebuild of mask is started and the result is -1; else 0.
-int rollup_result(bool malformed, uint32_t mask);
+// The result of a rollup whose last statement ran on conn and left err:
+// when err shows conn's file damaged the rebuild is started (mask, or conn's
+// database alone when mask does not name it) and the result is -1; else 0.
+int rollup_result(sql_conn &conn, const sql_error &err, uint32_t mask);
 
 // The cached prepared statement of fmt (one "%s" for the table) on table, for
 // conn. Null on failure with err filled, as running the statement would have

@@ -148,6 +148,6 @@ bool report_query::exec() {
 bool report_select(report_query &q, report_rows *rows, uint32_t mask, const char *fail_fmt) {
     if (q.select(rows)) return true;
     tallyd_log(LOG_ERR, fail_fmt, q.shown(), q.err().text.c_str());
-    if (q.err().malformed()) tallyd_recover_from_malformed(mask);
+    tallyd_recover_if_damaged(q.conn(), q.err(), mask);
     return false;
 }

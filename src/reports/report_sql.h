@@ -48,8 +48,8 @@ class report_rows {
 class report_query;
 
 // Runs q's SELECT into *rows. On failure logs fail_fmt with the statement as
-// printed and SQLite's message, and starts the rebuild of the databases of
-// mask when the database is malformed; false.
+// printed and SQLite's message, and starts the rebuild when q's database is
+// damaged (tallyd_recover_damaged: mask, if it names that database); false.
 bool report_select(report_query &q, report_rows *rows, uint32_t mask,
                    const char *fail_fmt = "tallyd, value = %s, aErrMsg = %s\n");
 
@@ -71,6 +71,8 @@ class report_query {
 
     // The statement as the device prints it.
     const char *shown() const { return shown_; }
+    // The connection it runs on.
+    sql_conn &conn() const { return *conn_; }
 
     // Runs a SELECT and reads every row into *out. false on failure (err()
     // filled, *out empty); a closed connection fails as SQLITE_MISUSE.

@@ -74,7 +74,7 @@ void tallyd_top_collect_clients(sql_conn &db, uint32_t source, uint32_t bound, i
     if (!q.select(&macs)) {
         tallyd_log(LOG_ERR, "tallyd, select total_client_list aErrMsg = %s\n",
                    q.err().text.c_str());
-        if (q.err().malformed()) tallyd_recover_from_malformed(TALLYD_RECOVER_DB);
+        tallyd_recover_if_damaged(q.conn(), q.err(), TALLYD_RECOVER_DB);
         return;
     }
     sql_conn &top = tallyd_db_set.top_list_db;
@@ -87,7 +87,7 @@ void tallyd_top_collect_clients(sql_conn &db, uint32_t source, uint32_t bound, i
         // Left open, as the device leaves it; the next COMMIT takes it.
         tallyd_log(LOG_ERR, "tallyd, INSERT total_client_list aErrMsg = %s\n",
                    ins.err().text.c_str());
-        if (ins.err().malformed()) tallyd_recover_from_malformed(TALLYD_RECOVER_DB);
+        tallyd_recover_if_damaged(top, ins.err(), TALLYD_RECOVER_DB);
         return;
     }
     if (sql_exec(top.get(), "COMMIT TRANSACTION") != SQLITE_OK)

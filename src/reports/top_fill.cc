@@ -64,10 +64,6 @@ constexpr filler kClients{
     "tallyd, INSERT top_client_list aErrMsg = %s\n",
 };
 
-void recover_if_malformed(const sql_error &err, uint32_t mask) {
-    if (err.malformed()) tallyd_recover_from_malformed(mask);
-}
-
 // Reads the source's groups; false (logged) when the SELECT failed.
 bool select_groups(const filler &f, sql_conn &db, tallyd_table t, uint32_t bound,
                    report_rows *rows) {
@@ -80,7 +76,7 @@ bool select_groups(const filler &f, sql_conn &db, tallyd_table t, uint32_t bound
         tallyd_log(LOG_ERR, f.select_fail, q.shown(), q.err().text.c_str());
     else
         tallyd_log(LOG_ERR, f.select_fail, q.err().text.c_str());
-    recover_if_malformed(q.err(), TALLYD_RECOVER_DB);
+    tallyd_recover_if_damaged(q.conn(), q.err(), TALLYD_RECOVER_DB);
     return false;
 }
 
@@ -94,7 +90,7 @@ void insert_groups(const filler &f, const report_rows &rows, bool two_sums, Inse
         sql_error err;
         if (insert(r, &err)) continue;
         tallyd_log(LOG_ERR, f.insert_fail, err.text.c_str());
-        recover_if_malformed(err, TALLYD_RECOVER_DB);
+        tallyd_recover_if_damaged(tallyd_db_set.top_list_db, err, TALLYD_RECOVER_DB);
         return;
     }
 }
@@ -131,7 +127,7 @@ uint64_t tallyd_top_period_total(uint32_t source, sql_conn &db, uint32_t bound) 
     report_rows rows;
     if (!q.select(&rows)) {
         tallyd_log(LOG_ERR, "tallyd, value = %s, aErrMsg = %s\n", q.shown(), q.err().text.c_str());
-        recover_if_malformed(q.err(), TALLYD_RECOVER_DB);
+        tallyd_recover_if_damaged(q.conn(), q.err(), TALLYD_RECOVER_DB);
         return 0;
     }
     return rows.rows() ? rows.u64_at(0, 0) : 0;

@@ -9,11 +9,10 @@
 // scratch tables themselves are made and dropped by
 // tallyd_create_top_list_table / tallyd_drop_top_list_table (db/top_list.h).
 //
-// Query failures are logged in the daemon's words; a malformed database
-// starts the rebuild of db (TALLYD_RECOVER_DB, whichever database the
-// failing statement read) or, for client details, of the statistic database
-// (TALLYD_RECOVER_STATISTIC). Records gathered before a failure stay in the
-// reply.
+// Query failures are logged in the daemon's words; a damaged database is
+// rebuilt (db/recover.h: the statement's own database: db, backup_hour_db,
+// the statistic database for client details, or a fresh avp_top_list.db).
+// Records gathered before a failure stay in the reply.
 #pragma once
 
 #include <cstdint>

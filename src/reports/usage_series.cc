@@ -89,10 +89,8 @@ void tallyd_avp_client_usage(const usage_filter &f, std::span<uint8_t> data) {
         if (!q.select(&rows)) {
             tallyd_log(LOG_ERR, "tallyd, value = %s, aErrMsg = %s\n", q.shown(),
                        q.err().text.c_str());
-            if (q.err().malformed()) {
-                tallyd_recover_from_malformed(tallyd_usage_mask(t));
+            if (tallyd_recover_if_damaged(q.conn(), q.err(), tallyd_usage_mask(t)))
                 break;  // the handle is a new one now
-            }
         }
         const uint64_t u = rows.rows() ? rows.u64_at(0, 0) : 0;
         const uint64_t d = rows.rows() ? rows.u64_at(0, 1) : 0;
