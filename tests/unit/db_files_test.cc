@@ -3,6 +3,7 @@
 #include "db/db_files.h"
 
 #include <gtest/gtest.h>
+#include <unistd.h>
 
 #include <cstdlib>
 #include <filesystem>
@@ -218,6 +219,39 @@ TEST_F(DbFiles, RecoveryRebuildsExactlyTheDatabasesOfTheMask) {
     EXPECT_EQ(0, count_rows(tallyd_db_set.backup_hour_db, "avp_ap_backup"));
     EXPECT_EQ(1, count_rows(tallyd_db_set.statistic_db, "statis_ap_wlan"));
     EXPECT_TRUE(logged(LOG_WARNING, "tallyd, recover week and month tables from malformed\n"));
+}
+
+TEST_F(DbFiles, DamageRebuildsTheMaskOnlyWhenItNamesTheDamagedDatabase) {
+    ASSERT_EQ(0, tallyd_init_avp_db(&tallyd_db_set));
+    put_rows();
+    const sql_error malformed{SQLITE_CORRUPT, std::string(TALLYD_ERR_MALFORMED)};
+    const sql_error missing{SQLITE_ERROR, "no such table: avp_ap_backup"};
+
+    // A dropped table, a lock or a missing table of a sound file is no damage.
+    EXPECT_FALSE(tallyd_db_damaged(tallyd_db_set.backup_hour_db, missing));
+    EXPECT_FALSE(tallyd_db_damaged(tallyd_db_set.backup_hour_db,
+                                   {SQLITE_BUSY, std::string(TALLYD_ERR_LOCKED)}));
+    // The week purge's mask names db: the damaged avp_flash.db is rebuilt alone.
+    EXPECT_TRUE(tallyd_recover_if_damaged(tallyd_db_set.db_flash, malformed, TALLYD_RECOVER_DB));
+    EXPECT_EQ(0, count_rows(tallyd_db_set.db_flash, "avp_ap_week"));
+    EXPECT_EQ(1, count_rows(tallyd_db_set.db, "avp_ap"));
+    // Mask 0 rebuilds nothing; a mask naming the damaged database is used whole.
+    tallyd_recover_damaged(tallyd_db_set.backup_hour_db, TALLYD_RECOVER_NONE);
+    EXPECT_EQ(1, count_rows(tallyd_db_set.backup_hour_db, "avp_ap_backup"));
+    tallyd_recover_damaged(tallyd_db_set.backup_hour_db, TALLYD_RECOVER_BACKUP | TALLYD_RECOVER_DB);
+    EXPECT_EQ(0, count_rows(tallyd_db_set.db, "avp_ap"));
+    EXPECT_EQ(0, count_rows(tallyd_db_set.backup_hour_db, "avp_ap_backup"));
+    EXPECT_EQ(1, count_rows(tallyd_db_set.statistic_db, "statis_ap_wlan"));
+
+    // A file cut to nothing under its connection reads as an empty database.
+    ASSERT_EQ(0, truncate(path(dev(kRam, "avp_backup_hour.db")).c_str(), 0));
+    sql_table rows;
+    sql_error err;
+    sql_get_table(tallyd_db_set.backup_hour_db.get(), "SELECT * FROM avp_ap_backup", rows, &err);
+    EXPECT_TRUE(tallyd_recover_if_damaged(tallyd_db_set.backup_hour_db, err, TALLYD_RECOVER_DB))
+        << err.text;
+    EXPECT_EQ(0, count_rows(tallyd_db_set.backup_hour_db, "avp_ap_backup"));
+    EXPECT_EQ(1, count_rows(tallyd_db_set.statistic_db, "statis_ap_wlan"));
 }
 
 TEST_F(DbFiles, DamagedFilesAreRebuiltAndCostOnlyThemselves) {
