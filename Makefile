@@ -5,6 +5,9 @@ MIPS_BUILD ?= build/mips
 FUZZ_BUILD ?= build/fuzz
 FUZZ_SECONDS ?= 1800
 JOBS       ?= 2
+# The end-to-end tests mostly wait on their daemons: three at a time keep two
+# cores busy.
+TEST_JOBS  ?= 3
 CMAKE_GEN  := -G Ninja
 
 .PHONY: all build test unit asan demo bench soak deps clean format format-check deps-mips mips \
@@ -22,7 +25,7 @@ build: deps $(BUILD)/build.ninja
 	cmake --build $(BUILD) -j $(JOBS)
 
 unit: build
-	cd $(BUILD) && ctest --output-on-failure -j $(JOBS)
+	cd $(BUILD) && ctest --output-on-failure -j $(TEST_JOBS)
 
 $(ASAN_BUILD)/build.ninja: | deps
 	cmake -S . -B $(ASAN_BUILD) $(CMAKE_GEN) -DCMAKE_BUILD_TYPE=Debug -DTALLYD_SANITIZE=ON
@@ -30,7 +33,7 @@ $(ASAN_BUILD)/build.ninja: | deps
 asan: deps $(ASAN_BUILD)/build.ninja
 	cmake --build $(ASAN_BUILD) -j $(JOBS)
 	cd $(ASAN_BUILD) && ASAN_OPTIONS=detect_leaks=1 UBSAN_OPTIONS=print_stacktrace=1 \
-		ctest --output-on-failure -j $(JOBS)
+		ctest --output-on-failure -j $(TEST_JOBS)
 
 # The fuzz targets: their own build with clang, everything instrumented for
 # libFuzzer, ASan and UBSan. fuzz-smoke gives each target a few seconds on
