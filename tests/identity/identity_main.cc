@@ -52,11 +52,13 @@
 #include "flow/day_task.h"
 #include "flow/hour_task.h"
 #include "flow/ingest.h"
+#include "flow/statis_task.h"
 #include "ipc/dispatch.h"
 #include "ipc/msg_ids.h"
 #include "ipc/msg_layout.h"
 #include "ipc/reply.h"
 #include "reports/report_wire.h"
+#include "reports/statis_wire.h"
 #include "sim/arc_writer.h"
 #include "sim/flow_sim.h"
 
@@ -282,16 +284,70 @@ void case_app_reports(identity_run &run) {
     run.control(TALLYD_MSG_GET_APP_CLIENT, build_app_client({.name = "443", .by = 0}));
 }
 
+// The statistics reports over what the stations' counters stored (two
+// batches a minute apart, then the statistics task's rollup): the summaries
+// and charts of both periods, one client's chart and the client list, whole
+// and for one client.
+void case_statis_reports(identity_run &run) {
+    using namespace report_wire;
+    run.control(TALLYD_MSG_AP_ADD, events_wire::build_ap_add({.mac = "00:aa:bb:cc:dd:01",
+                                                              .model = "ap-5",
+                                                              .apgroup = 7,
+                                                              .radios = 2,
+                                                              .wlangroup = {1, 2}}));
+    events_wire::station stations[] = {identity_station("02:00:00:00:00:01", 1),
+                                       identity_station("02:00:00:00:00:02", 2)};
+    for (const events_wire::station &s : stations)
+        run.control(TALLYD_MSG_STA_ADD, events_wire::build_sta_add(s));
+    for (int batch = 0; batch < 2; ++batch) {
+        if (batch) run.advance(60);
+        run.stat(TALLYD_MSG_CLIENT_STATS, events_wire::build_client_stats(tallyd_now(), stations));
+        for (events_wire::station &s : stations) s.rx_bytes += 7000, s.tx_bytes += 9000;
+    }
+    tallyd_pre_handle_statis(nullptr, nullptr);
+    // No task of the daemon fills the AP tables (other programs of the
+    // controller do): rows of theirs, so that the summaries share out traffic.
+    const std::string t = std::to_string(tallyd_now() - 60);
+    for (const char *table : {"statis_ap_h", "statis_ap_d"})
+        sql_exec(tallyd_db_set.statistic_db.get(),
+                 (std::string("INSERT INTO ") + table +
+                  "(time, ap_id, ssid_id, apgroup_id, wlangroup_id, tx_bytes, rx_bytes, "
+                  "total_bytes) VALUES(" +
+                  t + ", 1, 1, 7, 1, 9000, 7000, 16000)")
+                     .c_str());
+    sql_exec(tallyd_db_set.statistic_db.get(),
+             ("INSERT INTO statis_ap_chart VALUES(" + t + ", 1, 7, 9000, 7000, 2)").c_str());
+    for (uint8_t period : {0, 1}) {
+        run.control(TALLYD_MSG_STATIS_AP, build_statis({.period = period, .top_num = 10}));
+        run.control(TALLYD_MSG_STATIS_SSID, build_statis({.period = period, .ssid = "it's"}));
+        run.control(
+            TALLYD_MSG_STATIS_CLIENT,
+            build_statis({.period = period, .aps = {"00:aa:bb:cc:dd:01"}, .bytes_type = 1}));
+        run.control(TALLYD_MSG_STATIS_AP_CHART, build_chart({.period = period}));
+        run.control(TALLYD_MSG_STATIS_CLIENT_CHART,
+                    build_chart({.period = period, .ap_mac = "00:aa:bb:cc:dd:01"}));
+    }
+    run.control(TALLYD_MSG_STATIS_SINGLE_CLIENT, build_single_chart("02:00:00:00:00:01"));
+    run.control(TALLYD_MSG_GET_CLIENT_LIST, build_client_list({}));
+    const uint8_t mac[] = {0x02, 0, 0, 0, 0, 0x01};
+    run.control(TALLYD_MSG_GET_CLIENT_LIST, build_client_list(mac));
+}
+
 struct identity_case {
     const char *name;
     void (*run)(identity_run &);
 };
 
 constexpr identity_case kCases[] = {
-    {"probe", case_probe},           {"set_hostname", case_set_hostname},
-    {"stat_0a", case_stat_0a},       {"network_events", case_network_events},
-    {"flow_files", case_flow_files}, {"hour_rollup", case_hour_rollup},
-    {"day_rollup", case_day_rollup}, {"app_reports", case_app_reports},
+    {"probe", case_probe},
+    {"set_hostname", case_set_hostname},
+    {"stat_0a", case_stat_0a},
+    {"network_events", case_network_events},
+    {"flow_files", case_flow_files},
+    {"hour_rollup", case_hour_rollup},
+    {"day_rollup", case_day_rollup},
+    {"app_reports", case_app_reports},
+    {"statis_reports", case_statis_reports},
 };
 
 std::string hex(std::span<const uint8_t> bytes) {
