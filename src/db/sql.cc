@@ -89,25 +89,24 @@ std::string_view sql_literal_value(const char *escaped, char *out, size_t size) 
     return {out, n};
 }
 
-sql_table::~sql_table() {
-    sqlite3_free_table(result_);
-}
-
-sql_table::sql_table(sql_table &&o) noexcept : result_(o.result_), nrow_(o.nrow_), ncol_(o.ncol_) {
-    o.result_ = nullptr;
-    o.nrow_ = o.ncol_ = 0;
-}
-
-sql_table &sql_table::operator=(sql_table &&o) noexcept {
-    if (this != &o) {
-        sqlite3_free_table(result_);
-        result_ = o.result_;
-        nrow_ = o.nrow_;
-        ncol_ = o.ncol_;
-        o.result_ = nullptr;
-        o.nrow_ = o.ncol_ = 0;
+bool sql_table::add_row(int n, char **values) {
+    if (nrow_ == 0) {
+        ncol_ = n;
+    } else if (n != ncol_) {
+        err_ = "sqlite3_get_table() called with two or more incompatible queries";
+        return false;
     }
-    return *this;
+    for (int c = 0; c < n; ++c) {
+        if (!values[c]) {
+            offsets_.push_back(kNull);
+            continue;
+        }
+        offsets_.push_back(static_cast<uint32_t>(text_.size()));
+        text_.append(values[c]);
+        text_.push_back('\0');
+    }
+    ++nrow_;
+    return true;
 }
 
 int32_t sql_table::int_at(int r, int c) const {
@@ -129,10 +128,17 @@ uint32_t sql_table::u32_at(int r, int c) const {
 
 int sql_get_table(sqlite3 *db, const char *sql, sql_table &out, sql_error *err) {
     out = sql_table();
+    auto row = [](void *table, int n, char **values, char **) {
+        return static_cast<sql_table *>(table)->add_row(n, values) ? 0 : 1;
+    };
     char *msg = nullptr;
-    int rc =
-        db ? sqlite3_get_table(db, sql, out.result_slot(), out.nrow_slot(), out.ncol_slot(), &msg)
-           : SQLITE_MISUSE;
+    int rc = db ? sqlite3_exec(db, sql, row, &out, &msg) : SQLITE_MISUSE;
+    if (out.err_) {
+        sqlite3_free(msg);
+        msg = sqlite3_mprintf("%s", out.err_);
+        rc = SQLITE_ERROR;
+    }
+    if (rc != SQLITE_OK) out = sql_table();
     take_error(rc, msg, db, err);
     return rc;
 }

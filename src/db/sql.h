@@ -19,6 +19,7 @@
 #include <string>
 #include <string_view>
 #include <unordered_map>
+#include <vector>
 
 inline constexpr std::string_view TALLYD_ERR_MALFORMED = "database disk image is malformed";
 inline constexpr std::string_view TALLYD_ERR_LOCKED = "database is locked";
@@ -48,36 +49,41 @@ int sql_exec_log(sqlite3 *db, const char *sql, const char *fmt, sql_error *err =
 // sql_exec, then on failure logs fmt with the message alone.
 int sql_exec_log_msg(sqlite3 *db, const char *sql, const char *fmt, sql_error *err = nullptr);
 
-// Result table of sqlite3_get_table: every value as text (null for NULL).
-// Row 0 holds the column names; at(r, c) counts data rows from 0.
+// The result of a query as sqlite3_get_table gives it: every value as text
+// (null for NULL), at(r, c) counting data rows from 0. The texts are kept
+// end to end in one buffer, each found by its offset, rather than one heap
+// block per value: a rollup reads thousands of rows at once, and the
+// per-value blocks of sqlite3_get_table would cost several times the text.
 class sql_table {
    public:
-    sql_table() = default;
-    ~sql_table();
-    sql_table(sql_table &&o) noexcept;
-    sql_table &operator=(sql_table &&o) noexcept;
-    sql_table(const sql_table &) = delete;
-    sql_table &operator=(const sql_table &) = delete;
-
     int rows() const { return nrow_; }
     int cols() const { return ncol_; }
-    const char *at(int r, int c) const { return result_[(r + 1) * ncol_ + c]; }
+    const char *at(int r, int c) const {
+        const uint32_t off =
+            offsets_[static_cast<size_t>(r) * static_cast<size_t>(ncol_) + static_cast<size_t>(c)];
+        return off == kNull ? nullptr : text_.data() + off;
+    }
     // Parsers of stored texts: atoi, "%llu", and "%lu" of a 32-bit long.
     int32_t int_at(int r, int c) const;
     uint64_t u64_at(int r, int c) const;
     uint32_t u32_at(int r, int c) const;
 
-    char ***result_slot() { return &result_; }
-    int *nrow_slot() { return &nrow_; }
-    int *ncol_slot() { return &ncol_; }
-
    private:
-    char **result_ = nullptr;
+    friend int sql_get_table(sqlite3 *, const char *, sql_table &, sql_error *);
+    static constexpr uint32_t kNull = UINT32_MAX;
+    // One row of sqlite3_exec's callback; false (with err_) for a row whose
+    // column count differs from the first one's.
+    bool add_row(int n, char **values);
+
+    std::string text_;
+    std::vector<uint32_t> offsets_;
     int nrow_ = 0;
     int ncol_ = 0;
+    const char *err_ = nullptr;
 };
 
-// sqlite3_get_table. Returns the SQLite code; fills err (optional).
+// What sqlite3_get_table does: runs the statements of sql and keeps the rows
+// they return (on failure none). Returns the SQLite code; fills err (optional).
 int sql_get_table(sqlite3 *db, const char *sql, sql_table &out, sql_error *err = nullptr);
 
 // Doubles every single quote of text in place, never writing past size bytes

@@ -109,3 +109,34 @@ TEST(DbSql, ARefusedBindFailsTheRunWithoutWritingTheRow) {
 }
 
 }  // namespace
+
+// The compact result table reads what sqlite3_get_table reads: every
+// statement's rows as text, NULL as null, none when a statement fails.
+TEST(DbSql, GetTableGivesWhatSqliteGetTableGives) {
+    sql_conn conn = memory_db();
+    ASSERT_TRUE(conn);
+    sql_exec(conn.get(), "INSERT INTO t VALUES(1, 'one'), (NULL, 2.5), (-7, ''), (1e20, x'41')");
+    for (const char *q :
+         {"SELECT a, b FROM t", "SELECT a FROM t WHERE a > 100",
+          "SELECT b, a FROM t; SELECT 'x', NULL", "SELECT a FROM t; SELECT a, b FROM t",
+          "SELECT a FROM t; SELECT nothing FROM t", "SELECT max(rowid) FROM t"}) {
+        SCOPED_TRACE(q);
+        char **want = nullptr, *want_msg = nullptr;
+        int want_rows = 0, want_cols = 0;
+        const int want_rc =
+            sqlite3_get_table(conn.get(), q, &want, &want_rows, &want_cols, &want_msg);
+        sql_table got;
+        sql_error err;
+        EXPECT_EQ(sql_get_table(conn.get(), q, got, &err), want_rc);
+        EXPECT_EQ(err.text, want_msg ? want_msg : "");
+        ASSERT_EQ(got.rows(), want_rows);
+        ASSERT_EQ(got.cols(), want_cols);
+        // NULL as "~", which no value here holds.
+        for (int i = 0; i < want_rows * want_cols; ++i) {
+            const char *w = want[want_cols + i], *g = got.at(i / want_cols, i % want_cols);
+            EXPECT_STREQ(g ? g : "~", w ? w : "~") << i;
+        }
+        sqlite3_free_table(want);
+        sqlite3_free(want_msg);
+    }
+}
