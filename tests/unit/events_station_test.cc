@@ -141,6 +141,41 @@ TEST_F(EventsStation, ActiveMarksKnownClientsOnly) {
         << log_dump();
 }
 
+// A MAC listed twice in the directory has both rows marked and refreshed; a
+// MAC not listed costs no write to the file (another connection sees no new
+// version); a damaged directory is logged and rebuilt as before.
+TEST_F(EventsStation, JoinAndActivityReachEveryRowOfTheirMacAndWriteNothingForOthers) {
+    add(sta(1));
+    exec(stat_db(),
+         "INSERT INTO statis_client_info_h(time, client_mac, host_name, active) "
+         "VALUES(1, '02:5c:00:00:00:01', 'twin', 0), (2, '02:5c:00:00:00:02', 'other', 0)");
+    sql_conn reader;
+    ASSERT_EQ(SQLITE_OK,
+              tallyd_db_open(path("/tmp/tallyd/statistic.db"), SQLITE_OPEN_READONLY, reader));
+    auto version = [&] { return rows(reader, "PRAGMA data_version"); };
+    const std::string before = version();
+    active("02:5c:00:00:00:09");
+    EXPECT_EQ(before, version());
+    active("02:5c:00:00:00:01");
+    EXPECT_NE(before, version());
+    EXPECT_EQ("1,1,0", info("active"));
+
+    station s = sta(1);
+    s.host_name = "again";
+    add(s);
+    EXPECT_EQ("again|0,again|0,other|0", info("host_name, active"));
+
+    reader.close();
+    ASSERT_TRUE(corrupt_table(tallyd_db_set.statistic_db, path("/tmp/tallyd/statistic.db").c_str(),
+                              "statis_client_info_h"));
+    // Logged once (the refresh, as the lookup reads the whole index), then rebuilt.
+    add(sta(1));
+    EXPECT_EQ(1, log_count("WHERE client_mac='02:5c:00:00:00:01', aErrMsg = database disk image"))
+        << log_dump();
+    add(sta(3));  // rebuilt empty: the next join is stored
+    EXPECT_EQ("02:5c:00:00:00:03", info("client_mac"));
+}
+
 TEST_F(EventsStation, BatchFillsTheDirectoryAndAppendsCounterRows) {
     const uint32_t t = kStartTime;
     station named = sta(1), unnamed = sta(2), fresh = sta(3, UINT64_MAX - 5);
