@@ -7,7 +7,9 @@
 # Passes when the daemon is still running and exits cleanly on SIGTERM, every
 # request was answered exactly once and every flow file was taken in. Prints
 # the rate and latency figures, the daemon's peak RSS and its RSS after the
-# warm-up against at the end. The root lives on /dev/shm, as the device keeps
+# warm-up against at the end, and the processor time the daemon used (on a
+# shared machine the rate reached depends on what else runs; the time per
+# datagram much less). The root lives on /dev/shm, as the device keeps
 # its databases in RAM.
 set -u
 build=$1 secs=${2:-60} rate=${3:-10000}
@@ -40,14 +42,18 @@ sim=$!
   done ) >"$root/rss.log" &
 sampler=$!
 
-"$build/tallyd-load" --rate "$rate" --seconds "$secs" --aps $aps --clients $clients
+"$build/tallyd-load" --rate "$rate" --seconds "$secs" --aps $aps --clients $clients >"$root/load.out"
 load_rc=$?
+cat "$root/load.out"
+load_line=$(head -1 "$root/load.out")
 wait $sim || fail "the simulator stopped early: $(tail -1 "$root/sim.log")"
 sim=""
 sleep 3  # three flow task periods for the last files
 
 kill -0 $daemon 2>/dev/null || fail "the daemon is gone"
 peak=$(sed -n 's/^VmHWM:[[:space:]]*\([0-9]*\) kB/\1/p' /proc/$daemon/status)
+# utime and stime, fields 14 and 15 of the stat line, in clock ticks.
+ticks=$(awk '{print $14 + $15}' /proc/$daemon/stat)
 kill -TERM $daemon
 wait $daemon || fail "the daemon's exit status is $?"
 daemon=""
@@ -59,6 +65,8 @@ warm=$(sed -n "$((secs / 4 + 1))p" "$root/rss.log")
 last=$(tail -1 "$root/rss.log")
 echo "soak: $files flow files written, $left left in the spool, $dropped runs that dropped files"
 verdict=within; [ "$peak" -le 8192 ] || verdict=OVER
+hz=$(getconf CLK_TCK)
+echo "$ticks $hz $load_line" | awk '{cpu = $1 / $2; n = $4; printf "soak: the daemon used %.1f s of processor time, %.0f us for each datagram of the load (with the simulator traffic)\n", cpu, n ? cpu * 1e6 / n : 0}'
 echo "soak: peak RSS $peak kB ($verdict the 8192 kB bound of the default platform); RSS after warm-up ($((secs / 4)) s) $warm kB, at the end $last kB"
 [ "$load_rc" = 0 ] || fail "a request was not answered exactly once"
 [ "$left" = 0 ] && [ "$dropped" = 0 ] || fail "flow files were not all taken in"
