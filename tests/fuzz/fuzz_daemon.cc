@@ -60,14 +60,15 @@ void fuzz_daemon_start() {
     load();
 }
 
-void fuzz_daemon_tick(size_t period) {
-    if (++inputs % period != 0) return;
+bool fuzz_daemon_tick(size_t period) {
+    if (++inputs % period != 0) return false;
     tallyd_db_set.close_all();
     tallyd_dict_reset(&tallyd_sys_info);
     std::error_code ec;
     for (const fs::directory_entry &e : fs::directory_iterator(scratch_root, ec))
         fs::remove_all(e.path(), ec);
     load();
+    return true;
 }
 
 bool fuzz_write_file(const std::string &path, const void *bytes, size_t size) {

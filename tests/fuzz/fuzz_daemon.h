@@ -19,7 +19,9 @@ void fuzz_daemon_start();
 
 // Counts one input; every `period` inputs drops the databases, the
 // dictionaries and the repository lists and starts again from the seed state.
-void fuzz_daemon_tick(size_t period = 20000);
+// True when it did: every directory of the root was made anew, so a handle a
+// target keeps on one must be opened again.
+bool fuzz_daemon_tick(size_t period = 20000);
 
 // Writes bytes to path (a plain write; the daemon reads it after the call).
 // false when the file could not be written.
