@@ -69,7 +69,7 @@ int create_logged(const char *sql) {
     if (sql_exec(tallyd_db_set.top_list_db.get(), sql, &err) == SQLITE_OK) return 0;
     // The file holds nothing between two reports: a damaged one is replaced
     // by an empty one rather than failing every list from now on.
-    if (tallyd_db_damaged(tallyd_db_set.top_list_db, err) && tallyd_replace_top_list_db() == 0 &&
+    if (tallyd_recover_if_damaged(tallyd_db_set.top_list_db, err, TALLYD_RECOVER_NONE) &&
         sql_exec(tallyd_db_set.top_list_db.get(), sql) == SQLITE_OK)
         return 0;
     tallyd_log(LOG_ERR, "tallyd, Failed to create table, tab = %s\n", sql);
